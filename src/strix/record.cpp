@@ -1,0 +1,139 @@
+#include "strix/record.h"
+
+#include <algorithm>  // std::min
+#include <bit>        // std::endian
+#include <cstring>    // std::memset
+
+#include "strix/streams.h"
+
+namespace strix {
+namespace {
+
+// Array values are stored in the file's little-endian layout and copied
+// as they are: no byte swapping is ever done.
+static_assert(std::endian::native == std::endian::little, "strix needs a little-endian host");
+
+constexpr std::size_t kBlock = 4096;  // chunk data moves through one such block
+// Plain arrays are read straight into their vector in pieces of this many
+// bytes (a multiple of every element size and of kBlock, so whole elements
+// come out exactly as block by block).
+constexpr std::uint64_t kPiece = std::uint64_t{1} << 20;
+// Protection against hostile sizes: a count or length prefix in the file
+// reserves at most this much before its data has arrived; beyond it the
+// vector grows with the bytes actually read.
+constexpr std::uint64_t kFirstReserveBytes = std::uint64_t{8} << 20;
+
+unsigned char read_u8(Reader& in) {
+  unsigned char b = 0;
+  in.read(&b, 1);
+  return b;
+}
+
+// Reads the chunks after the chunked mark, handing each piece to keep; a
+// chunk length of 0 (or the end of the data) ends the array.
+template <typename Keep>
+void read_chunks(Reader& in, Keep keep) {
+  char block[kBlock];
+  for (;;) {
+    std::uint64_t size = std::uint64_t{read_u8(in)} << 8;
+    size |= read_u8(in);
+    if (size == 0) return;
+    while (size > 0) {
+      const std::uint64_t want = std::min<std::uint64_t>(size, kBlock);
+      const std::uint64_t got = in.read(block, want);
+      keep(block, got);
+      if (got < want) return;
+      size -= got;
+    }
+  }
+}
+
+// Appends the whole elements of a plain array of `bytes` bytes to out.
+template <typename Vec>
+void read_plain(Reader& in, Vec& out, std::uint64_t bytes, std::uint64_t expected) {
+  using T = typename Vec::value_type;
+  const std::uint64_t first =
+      std::min({expected, bytes / sizeof(T), kFirstReserveBytes / sizeof(T)});
+  out.reserve(out.size() + first);
+  while (bytes > 0) {
+    const std::uint64_t want = std::min(bytes, kPiece);
+    const std::size_t old = out.size();
+    out.resize(old + (want + sizeof(T) - 1) / sizeof(T));
+    const std::uint64_t got = in.read(out.data() + old, want);
+    // Bytes that do not fill a whole element are dropped; a short read is
+    // the end of the data and ends the array.
+    out.resize(old + got / sizeof(T));
+    if (got < want) return;
+    bytes -= got;
+  }
+}
+
+template <typename Vec>
+void read_typed(Reader& in, Vec& out, std::uint64_t expected) {
+  const ArrayLength length = read_array_length(in);
+  if (length.chunked) {
+    // Only string payloads keep chunked data; typed arrays come back empty.
+    read_chunks(in, [](const char*, std::uint64_t) {});
+    return;
+  }
+  read_plain(in, out, length.bytes, expected);
+}
+
+}  // namespace
+
+SectionHeader read_section_header(Reader& in, HeaderScratch& scratch) {
+  // Name at the front of the scratch, format in its second half: each is at
+  // most 255 bytes long.
+  char* name = scratch.data();
+  char* format = scratch.data() + 256;
+  const std::uint64_t name_size = in.read(name, read_u8(in));
+  const std::uint64_t format_size = in.read(format, read_u8(in));
+  return {{name, name_size}, {format, format_size}};
+}
+
+ArrayLength read_array_length(Reader& in) {
+  const unsigned char head = read_u8(in);
+  if (head == kChunkedMark) return {true, 0};
+  std::uint64_t bytes = head & 0x1F;
+  for (int extra = head >> 5; extra > 0; --extra) bytes = (bytes << 8) | read_u8(in);
+  return {false, bytes};
+}
+
+void read_exact_or_zero(Reader& in, void* dst, std::size_t n) {
+  const std::uint64_t got = in.read(dst, n);
+  if (got < n) std::memset(static_cast<char*>(dst) + got, 0, n - got);
+}
+
+void read_bytes(Reader& in, std::string& out) {
+  const ArrayLength length = read_array_length(in);
+  if (length.chunked) {
+    read_chunks(in, [&out](const char* p, std::uint64_t n) { out.append(p, n); });
+    return;
+  }
+  read_plain(in, out, length.bytes, length.bytes);
+}
+
+void read_byte_array(Reader& in, std::vector<std::uint8_t>& out) {
+  read_typed(in, out, UINT64_MAX);
+}
+void read_byte_array(Reader& in, std::vector<char>& out) {
+  read_typed(in, out, UINT64_MAX);
+}
+
+void read_u32_array(Reader& in, std::vector<std::uint32_t>& out, std::uint64_t expected) {
+  read_typed(in, out, expected);
+}
+void read_i32_array(Reader& in, std::vector<std::int32_t>& out, std::uint64_t expected) {
+  read_typed(in, out, expected);
+}
+void read_i64_array(Reader& in, std::vector<std::int64_t>& out, std::uint64_t expected) {
+  read_typed(in, out, expected);
+}
+void read_u64_array(Reader& in, std::vector<std::uint64_t>& out, std::uint64_t expected) {
+  read_typed(in, out, expected);
+}
+void read_f64_array(Reader& in, std::vector<double>& out, std::uint64_t expected) {
+  read_typed(in, out, expected);
+}
+
+}  // namespace strix

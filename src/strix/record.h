@@ -1,0 +1,61 @@
+// The record stream of a solution file: section headers and the arrays that
+// make up their payloads. These primitives judge nothing; the solution reader
+// decides what is acceptable.
+#pragma once
+
+#include <array>        // std::array
+#include <cstdint>      // fixed-width integers
+#include <string>       // std::string
+#include <string_view>  // std::string_view
+#include <vector>       // std::vector
+
+namespace strix {
+
+class Reader;
+
+// Mark at the start of every solution file: "NLOB" read as a little-endian
+// 32-bit number.
+inline constexpr std::uint32_t kSolutionMark = 0x424F4C4E;
+
+// A section header as read: views into the caller's scratch buffer, valid
+// until the next header is read into it.
+struct SectionHeader {
+  std::string_view name;
+  std::string_view format;
+};
+
+using HeaderScratch = std::array<char, 512>;
+
+SectionHeader read_section_header(Reader& in, HeaderScratch& scratch);
+
+// Array length prefix: the first byte's top three bits count the further
+// bytes (big-endian continuation), its low five bits start the value. The
+// byte 0xE0 alone announces the chunked form instead.
+struct ArrayLength {
+  bool chunked;
+  std::uint64_t bytes;  // meaningful when not chunked
+};
+inline constexpr unsigned char kChunkedMark = 0xE0;
+ArrayLength read_array_length(Reader& in);
+
+// Reads exactly n bytes where possible; missing bytes stay zero.
+void read_exact_or_zero(Reader& in, void* dst, std::size_t n);
+
+// A "[B" array appended to a string. The only reader that keeps the data of
+// the chunked form.
+void read_bytes(Reader& in, std::string& out);
+
+// "[B" arrays appended to byte containers. Chunked data is read and dropped.
+void read_byte_array(Reader& in, std::vector<std::uint8_t>& out);
+void read_byte_array(Reader& in, std::vector<char>& out);
+
+// Typed arrays; `expected` is the element count the caller expects, used only
+// to size the first allocation. Chunked data is read and dropped; bytes that
+// do not fill a whole element are dropped.
+void read_u32_array(Reader& in, std::vector<std::uint32_t>& out, std::uint64_t expected);
+void read_i32_array(Reader& in, std::vector<std::int32_t>& out, std::uint64_t expected);
+void read_i64_array(Reader& in, std::vector<std::int64_t>& out, std::uint64_t expected);
+void read_u64_array(Reader& in, std::vector<std::uint64_t>& out, std::uint64_t expected);
+void read_f64_array(Reader& in, std::vector<double>& out, std::uint64_t expected);
+
+}  // namespace strix

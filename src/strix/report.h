@@ -1,0 +1,31 @@
+// Status names and the human-readable text report.
+#pragma once
+
+#include <cstdint>      // std::uint8_t
+#include <ostream>      // std::ostream
+#include <string>       // std::string
+#include <string_view>  // std::string_view
+
+namespace strix {
+
+struct Solution;
+
+struct StatusNamePair {
+  const char* primal;
+  const char* dual;
+};
+
+// "bas", "supbas", "low", "upr", "fix", "inf", or "unk" for any other byte.
+const char* status_key_name(std::uint8_t key);
+StatusNamePair solution_status_names(std::string_view solsta);
+StatusNamePair problem_status_names(std::string_view prosta);
+
+// Appends a model name quoted, in the report's own escape style
+// ("\x0c", "\xe9"), which differs from the JSON writer's on purpose.
+void quote_name(std::string& out, std::string_view name);
+
+// Writes the report. A solution with bar variables ends it with the
+// formatting library's error (see the function's definition).
+void write_text_report(std::ostream& out, const Solution& solution);
+
+}  // namespace strix

@@ -1,0 +1,306 @@
+#include "strix/solution.h"
+
+#include <cstdio>   // stderr
+#include <cstring>  // std::memcpy
+#include <numeric>  // std::accumulate
+
+#include <fmt/format.h>  // fmt::print
+
+#include "strix/errors.h"
+#include "strix/record.h"
+
+namespace strix {
+namespace {
+
+constexpr std::string_view kSolutionKinds[] = {"sol/interior", "sol/basic", "sol/integer"};
+
+// Section names of the name lists, in file order.
+struct NamesSection {
+  std::string_view name;
+  NameList Solution::*list;
+};
+constexpr NamesSection kNamesSections[] = {
+    {"name/var", &Solution::var_names}, {"name/barvar", &Solution::barvar_names},
+    {"name/con", &Solution::con_names}, {"name/cone", &Solution::cone_names},
+    {"name/acc", &Solution::acc_names},
+};
+
+[[noreturn]] void fail(std::int32_t line, std::string_view message) {
+  throw FormatError(message, SourceLocation{kSourceFile, line});
+}
+
+// Cuts one view per length from the buffer, name k following name k-1. The
+// lengths are not checked against the buffer: a name that runs past its end
+// is cut short there.
+template <typename Len>
+void cut_names(NameList& list, const std::vector<Len>& lengths) {
+  const std::uint64_t size = list.buffer.size();
+  std::uint64_t pos = 0;
+  list.names.reserve(lengths.size());
+  for (const Len length : lengths) {
+    const std::uint64_t start = std::min<std::uint64_t>(pos, size);
+    const std::uint64_t n = std::min<std::uint64_t>(length, size - start);
+    list.names.emplace_back(list.buffer.data() + start, n);
+    pos += length;
+  }
+}
+
+template <typename T>
+T read_scalar(Reader& in) {
+  unsigned char bytes[sizeof(T)];
+  read_exact_or_zero(in, bytes, sizeof bytes);
+  T value;
+  std::memcpy(&value, bytes, sizeof value);
+  return value;
+}
+
+std::uint64_t sum(const std::vector<std::uint64_t>& values) {
+  // Wraps like the 64-bit counts it stands for; only used to size reads.
+  return std::accumulate(values.begin(), values.end(), std::uint64_t{0});
+}
+
+class SolutionFileReader {
+ public:
+  explicit SolutionFileReader(Reader& in) : in_(in) {}
+
+  std::unique_ptr<Solution> read();
+
+ private:
+  void next() { header_ = read_section_header(in_, scratch_); }
+  bool at(std::string_view name) const { return header_.name == name; }
+  // Whether the header in hand is solution section s followed by suffix.
+  bool at(std::string_view s, std::string_view suffix) const {
+    return header_.name.size() == s.size() + suffix.size() && header_.name.starts_with(s) &&
+           header_.name.ends_with(suffix);
+  }
+  bool format_is(std::string_view format) const { return header_.format == format; }
+  void require(std::string_view name, std::string_view format, std::int32_t line,
+               std::string_view message) {
+    next();
+    if (!at(name) || !format_is(format)) fail(line, message);
+  }
+  std::int32_t read_i32_scalar(std::string_view name, std::int32_t line, std::string_view message) {
+    require(name, "I", line, message);
+    return read_scalar<std::int32_t>(in_);
+  }
+  void read_item(std::string_view s);
+
+  // Counts as the file's checks compare them: unsigned 32-bit sizes.
+  std::uint32_t numvar() const { return static_cast<std::uint32_t>(sol_->numvar); }
+  std::uint32_t numcon() const { return static_cast<std::uint32_t>(sol_->numcon); }
+
+  Reader& in_;
+  HeaderScratch scratch_;
+  SectionHeader header_;
+  std::unique_ptr<Solution> sol_ = std::make_unique<Solution>();
+  std::uint64_t barvar_total_ = 0;
+  std::uint64_t acc_total_ = 0;
+};
+
+[[noreturn]] void inconsistent(std::string_view s, std::string_view suffix) {
+  std::string text(s);
+  text += suffix;
+  throw InconsistentSolution(text);
+}
+
+void SolutionFileReader::read_item(std::string_view s) {
+  if (!format_is("[B[B")) fail(1116, "Expected section 'sol/xxx'");
+  SolutionItem& item = sol_->solutions.emplace_back();
+  item.kind = s.substr(4);
+  read_bytes(in_, item.prosta);
+  read_bytes(in_, item.solsta);
+  next();
+
+  if (at(s, "/pobj")) {
+    if (!format_is("d")) fail(1144, "Invalid section 'sol/xxx/pobj'");
+    item.pobj = read_scalar<double>(in_);
+    next();
+  }
+  if (at(s, "/dobj")) {
+    if (!format_is("d")) fail(1150, "Invalid section 'sol/xxx/dobj'");
+    item.dobj = read_scalar<double>(in_);
+    next();
+  }
+  // Variable statuses are required, constraint statuses are not. Their count
+  // is not compared with numvar: files with short status arrays exist, and
+  // the writers cope with them.
+  if (!at(s, "/var/sta") || !format_is("[B")) fail(1156, "Expected section 'sol/xxx/var/sta'");
+  read_byte_array(in_, item.skx);
+  next();
+
+  if (at(s, "/var/primal")) {
+    if (!format_is("[d")) fail(1162, "Invalid format in 'sol/xxx/var/primal'");
+    read_f64_array(in_, item.xx, numvar());
+    if (item.xx.size() != numvar()) inconsistent(s, "/var/primal");
+    next();
+  }
+  if (at(s, "/var/dual")) {
+    const bool with_snx = format_is("[d[d[d");
+    if (!with_snx && !format_is("[d[d")) fail(1172, "Invalid format in 'sol/xxx/var/dual'");
+    read_f64_array(in_, item.slx, numvar());
+    read_f64_array(in_, item.sux, numvar());
+    if (with_snx) read_f64_array(in_, item.snx, numvar());
+    // The texts name var/primal for the duals too; users match on them.
+    if (item.slx.size() != numvar()) inconsistent(s, "/var/primal - slx");
+    if (item.sux.size() != item.slx.size()) inconsistent(s, "/var/primal - sux");
+    if (with_snx && item.snx.size() != numvar()) inconsistent(s, "/var/primal - snx");
+    next();
+  }
+  // Bar-variable values are as many as the pattern's sum; never checked.
+  if (at(s, "/barvar/primal")) {
+    if (!format_is("[d")) fail(1191, "Invalid format in 'sol/xxx/barvar/primal'");
+    read_f64_array(in_, item.barx, barvar_total_);
+    next();
+  }
+  if (at(s, "/barvar/dual")) {
+    if (!format_is("[d")) fail(1198, "Invalid format in 'sol/xxx/barvar/dual'");
+    read_f64_array(in_, item.bars, barvar_total_);
+    next();
+  }
+  // Without constraint statuses the constraint values are skipped too: the
+  // header in hand is next tried as the cone statuses.
+  if (at(s, "/con/sta")) {
+    if (!format_is("[B")) fail(1207, "Expected section 'sol/xxx/con/sta'");
+    read_byte_array(in_, item.skc);
+    if (item.skc.size() != numcon()) inconsistent(s, "/con/sta");
+    next();
+    if (at(s, "/con/primal")) {
+      if (!format_is("[d")) fail(1215, "Invalid format in 'sol/xxx/con/primal'");
+      read_f64_array(in_, item.xc, numcon());
+      if (item.xc.size() != numcon()) inconsistent(s, "/con/primal");
+      next();
+    }
+    if (at(s, "/con/dual")) {
+      if (!format_is("[d[d[d")) fail(1224, "Invalid format in 'sol/xxx/con/dual'");
+      // Sized by numvar, as solution files have always been read; it only
+      // affects the first allocation.
+      read_f64_array(in_, item.y, numvar());
+      read_f64_array(in_, item.slc, numvar());
+      read_f64_array(in_, item.suc, numvar());
+      if (item.y.size() != numcon()) inconsistent(s, "/con/dual - y");
+      if (item.slc.size() != item.y.size()) inconsistent(s, "/con/dual - slc");
+      if (item.suc.size() != item.y.size()) inconsistent(s, "/con/dual - sxc");  // sic: "sxc"
+      next();
+    }
+  }
+  if (at(s, "/cone/sta")) {
+    // The constraint-status message and check are reused here on purpose:
+    // the cone statuses themselves are never counted.
+    if (!format_is("[B")) fail(1241, "Expected section 'sol/xxx/con/sta'");
+    read_byte_array(in_, item.skn);
+    if (item.skc.size() != numcon()) inconsistent(s, "/con/sta");
+    next();
+  }
+  if (at(s, "/acc/dual")) {
+    if (!format_is("[d")) fail(1250, "Invalid format in 'sol/xxx/acc/dual'");
+    read_f64_array(in_, item.doty, acc_total_);
+    next();
+  }
+}
+
+std::unique_ptr<Solution> SolutionFileReader::read() {
+  Solution& sol = *sol_;
+  const auto mark = read_scalar<std::uint32_t>(in_);  // missing bytes read as zero
+  if (mark != kSolutionMark) {
+    fmt::print(stderr, "Got bad BOM {:08x}\n", mark);
+    std::fflush(stderr);
+    throw IncompatibleFileError{kSourceFile, 1036};
+  }
+  require("NLOSOLN", "[B", 1041, "Expected section 'NLOSOLN'");
+  {
+    std::string discarded;
+    read_bytes(in_, discarded);
+  }
+  require("version", "III", 1046, "Expected section 'version'");
+  for (std::int32_t& v : sol.version) v = read_scalar<std::int32_t>(in_);
+  sol.numvar = read_i32_scalar("numvar", 1051, "Expected section 'numvar'");
+  sol.numbarvar = read_i32_scalar("numbarvar", 1055, "Expected section 'numbarvar'");
+  sol.numcon = read_i32_scalar("numcon", 1060, "Expected section 'numcon'");
+  sol.numcone = read_i32_scalar("numcone", 1065, "Expected section 'numcone'");
+  require("numacc", "L", 1070, "Expected section 'numacc'");
+  sol.numacc = read_scalar<std::int64_t>(in_);
+  next();
+
+  // The two pattern messages differ in wording ("Invalid format" against
+  // "Expected section"); both are what users know.
+  if (at("barvar/pattern")) {
+    if (!format_is("[L")) fail(1092, "Invalid format in 'sol/xxx/barvar/pattern'");
+    read_u64_array(in_, sol.barvar_pattern, static_cast<std::uint32_t>(sol.numbarvar));
+    barvar_total_ = sum(sol.barvar_pattern);
+    next();
+  }
+  if (at("acc/pattern")) {
+    if (!format_is("[L")) fail(1102, "Expected section 'sol/xxx/acc/pattern'");
+    read_u64_array(in_, sol.acc_pattern, static_cast<std::uint64_t>(sol.numacc));
+    acc_total_ = sum(sol.acc_pattern);
+    next();
+  }
+
+  // Solutions come in table order, each at most once; a name not found among
+  // the kinds after the last one read ends the solution part.
+  for (std::size_t from = 0; from < std::size(kSolutionKinds);) {
+    std::size_t kind = from;
+    while (kind < std::size(kSolutionKinds) && !at(kSolutionKinds[kind])) ++kind;
+    if (kind == std::size(kSolutionKinds)) break;
+    read_item(kSolutionKinds[kind]);
+    from = kind + 1;
+  }
+
+  for (const NamesSection& section : kNamesSections) {
+    if (!at(section.name)) continue;
+    if (!format_is("[I[B")) fail(1270, "Expected names section to have format '[I[B'");
+    std::vector<std::uint32_t> lengths;
+    read_u32_array(in_, lengths, UINT64_MAX);
+    NameList& list = sol.*section.list;
+    read_byte_array(in_, list.buffer);
+    cut_names(list, lengths);
+    next();
+  }
+  // The problem and objective names are read and not kept. Any other header
+  // here, whatever its length, fails as "Expected 'inf/f64'" below.
+  if (at("name/problem")) {
+    if (!format_is("[B")) fail(1291, "Expected problem name to have format '[B'");
+    std::string discarded;
+    read_bytes(in_, discarded);
+    next();
+  }
+  if (at("name/objective")) {
+    if (!format_is("[B")) fail(1300, "Expected objective name to have format '[B'");
+    std::string discarded;
+    read_bytes(in_, discarded);
+    next();
+  }
+
+  std::vector<std::uint8_t> f64_lengths, i32_lengths, i64_lengths;
+  if (!at("inf/f64") || !format_is("[B[B[d")) fail(1315, "Expected 'inf/f64'");
+  read_byte_array(in_, f64_lengths);
+  read_byte_array(in_, sol.info_f64.names.buffer);
+  read_f64_array(in_, sol.info_f64.values, f64_lengths.size());
+  if (sol.info_f64.values.size() != f64_lengths.size()) fail(1323, "Invalid 'inf/f64' entry");
+
+  require("inf/i32", "[B[B[i", 1329, "Expected 'inf/i32'");
+  read_byte_array(in_, i32_lengths);
+  read_byte_array(in_, sol.info_i32.names.buffer);
+  read_i32_array(in_, sol.info_i32.values, i32_lengths.size());
+  if (sol.info_i32.values.size() != i32_lengths.size()) fail(1335, "Invalid 'inf/i32' entry");
+
+  require("inf/i64", "[B[B[l", 1341, "Expected 'inf/i64'");
+  read_byte_array(in_, i64_lengths);
+  read_byte_array(in_, sol.info_i64.names.buffer);
+  read_i64_array(in_, sol.info_i64.values, i64_lengths.size());
+  if (sol.info_i64.values.size() != i64_lengths.size()) fail(1347, "Invalid 'inf/i64' entry");
+
+  next();  // the closing section: read, not examined
+  cut_names(sol.info_f64.names, f64_lengths);
+  cut_names(sol.info_i32.names, i32_lengths);
+  cut_names(sol.info_i64.names, i64_lengths);
+  return std::move(sol_);
+}
+
+}  // namespace
+
+std::unique_ptr<Solution> read_solution(Reader& reader) {
+  return SolutionFileReader(reader).read();
+}
+
+}  // namespace strix

@@ -1,0 +1,173 @@
+// Byte streams: the pull interface the solution reader takes its bytes from,
+// its file, standard-input and Zstandard implementations, the compressing
+// output stream buffers, and the buffered formatter the writers print with.
+#pragma once
+
+#include <array>        // std::array
+#include <cstddef>      // std::size_t
+#include <cstdint>      // std::uint64_t
+#include <cstdio>       // FILE
+#include <streambuf>    // std::streambuf
+#include <string_view>  // std::string_view
+#include <vector>       // std::vector
+
+#include <fmt/format.h>  // fmt::memory_buffer
+#include <zlib.h>        // z_stream
+#include <zstd.h>        // ZSTD_DStream, ZSTD_CStream
+
+namespace strix {
+
+// Pull interface over a byte source.
+class Reader {
+ public:
+  // Stores up to n bytes at dst; fewer than n only at the end of the data.
+  virtual std::uint64_t read(void* dst, std::uint64_t n) = 0;
+  // The next byte, or -1 at the end of the data.
+  virtual int getc() = 0;
+  virtual ~Reader() = default;
+};
+
+// Reads an already open C stream (standard input); never closes it.
+class FDescReader : public Reader {
+ public:
+  explicit FDescReader(std::FILE* file) : file_(file) {}
+  std::uint64_t read(void* dst, std::uint64_t n) override;
+  int getc() override;
+
+  FDescReader(const FDescReader&) = delete;
+  FDescReader& operator=(const FDescReader&) = delete;
+
+ protected:
+  std::FILE* file_;
+};
+
+// Reads a file it owns and closes.
+class FileReader : public FDescReader {
+ public:
+  explicit FileReader(std::FILE* file) : FDescReader(file) {}
+  ~FileReader() override;
+};
+
+namespace zstd {
+
+// Decompresses Zstandard frames from an inner reader (not owned) on the fly.
+class Reader : public strix::Reader {
+ public:
+  explicit Reader(strix::Reader* inner);
+  ~Reader() override;
+  std::uint64_t read(void* dst, std::uint64_t n) override;
+  // Returns the byte as a signed 8-bit value: 0x80..0xFF come back as
+  // -128..-1, so 0xFF cannot be told from the end of data.
+  int getc() override;
+
+  Reader(const Reader&) = delete;
+  Reader& operator=(const Reader&) = delete;
+
+ private:
+  void refill();
+
+  ZSTD_DStream* context_;
+  ZSTD_outBuffer out_desc_;
+  ZSTD_inBuffer in_desc_;
+  std::vector<char> in_buf_;
+  std::vector<char> out_buf_;
+  std::uint64_t read_pos_ = 0;
+  bool more_ = true;
+  bool input_open_ = true;
+  strix::Reader* inner_;
+};
+
+// Compresses everything put into it into a target stream buffer (not owned).
+// Destruction finishes the frame.
+class outstreambuf : public std::streambuf {
+ public:
+  outstreambuf(std::streambuf* target, int level);
+  ~outstreambuf() override;
+  // Ends the frame and writes its tail; afterwards does nothing.
+  void close();
+
+  outstreambuf(const outstreambuf&) = delete;
+  outstreambuf& operator=(const outstreambuf&) = delete;
+
+ protected:
+  int_type overflow(int_type c) override;
+
+ private:
+  void write_out(std::size_t n);
+
+  ZSTD_CStream* context_;
+  ZSTD_outBuffer out_desc_;
+  ZSTD_inBuffer in_desc_;
+  std::array<char, 65536> put_area_;
+  std::vector<char> out_buf_;
+  std::streambuf* target_;
+  bool open_ = true;
+};
+
+}  // namespace zstd
+
+namespace gzip {
+
+// Deflates everything put into it, with a gzip header and trailer, into a
+// target stream buffer (not owned). The byte that triggers an overflow is not
+// stored: at every 65536-byte boundary of the text one byte is dropped.
+// Readers of these files expect exactly that, so it stays.
+class streambuf : public std::streambuf {
+ public:
+  streambuf(std::streambuf* target, int level);
+  ~streambuf() override;
+  void close();
+
+  streambuf(const streambuf&) = delete;
+  streambuf& operator=(const streambuf&) = delete;
+
+ protected:
+  int_type overflow(int_type c) override;
+
+ private:
+  void write_out();
+
+  z_stream zs_{};
+  std::array<char, 65536> put_area_;
+  std::vector<unsigned char> out_buf_;
+  std::streambuf* target_;
+  bool open_ = true;
+  bool initialised_ = false;
+};
+
+}  // namespace gzip
+
+// Output in large pieces: writers format into this memory buffer, which is
+// handed to the stream buffer whenever it passes kFlushAt bytes. Bytes go
+// through sputn directly, so a compressing buffer's failure reaches the
+// driver as its own exception.
+class OutBuffer {
+ public:
+  static constexpr std::size_t kFlushAt = 1 << 16;
+
+  explicit OutBuffer(std::streambuf* sink) : sink_(sink) {}
+  // Hands over what is pending, also when an exception is leaving the writer
+  // (what was formatted before the failure belongs in the output).
+  ~OutBuffer();
+
+  OutBuffer(const OutBuffer&) = delete;
+  OutBuffer& operator=(const OutBuffer&) = delete;
+
+  fmt::memory_buffer& buf() { return buf_; }
+  auto out() { return fmt::appender(buf_); }
+  void append(std::string_view s) { buf_.append(s.data(), s.data() + s.size()); }
+  void put(char c) { buf_.push_back(c); }
+  // Call between pieces of output: flushes once enough has gathered.
+  void maybe_flush() {
+    if (buf_.size() >= kFlushAt) flush();
+  }
+  void flush();
+  // Writes n raw bytes after what is pending, without copying large blocks.
+  void write_raw(const void* data, std::size_t n);
+
+ private:
+  std::streambuf* sink_;
+  fmt::memory_buffer buf_;
+};
+
+}  // namespace strix

@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that building, testing, fuzzing and benchmarking
+# strix need, and only those that are missing. Safe to run again.
+set -euo pipefail
+
+packages=(
+  g++ cmake make pkg-config        # toolchain
+  libzstd-dev zlib1g-dev libfmt-dev # libraries strix links
+  libgtest-dev libbenchmark-dev     # unit tests and benchmarks
+  zstd gzip tar time                # independent tools the end-to-end tests check with
+  python3 python3-jsonschema        # solution file builder, JSON schema validation
+  clang-14 libclang-rt-14-dev       # libFuzzer targets
+)
+
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'ok installed' || missing+=("$p")
+done
+
+if ((${#missing[@]})); then
+  echo "setup: installing ${missing[*]}" >&2
+  sudo=""
+  [ "$(id -u)" -eq 0 ] || sudo=sudo
+  export DEBIAN_FRONTEND=noninteractive
+  $sudo apt-get update -qq
+  $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+fi

@@ -1,0 +1,25 @@
+#!/usr/bin/env bash
+# Builds strix twice (optimised, and with AddressSanitizer and
+# UndefinedBehaviorSanitizer), runs every test in both, replays the fuzz
+# corpus and checks the formatting. Installs missing Debian packages first.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash tools/setup.sh
+
+jobs=2
+cmake -S . -B build -DSTRIX_WERROR=ON >/dev/null
+cmake --build build -j"$jobs"
+(cd build && ctest --output-on-failure -j"$jobs")
+
+cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DSTRIX_SANITIZE=ON \
+  -DSTRIX_WERROR=ON >/dev/null
+cmake --build build-asan -j"$jobs"
+(cd build-asan && ctest --output-on-failure -j"$jobs")
+
+if [ -f fuzz/CMakeLists.txt ]; then
+  bash tools/fuzz.sh replay
+fi
+
+# Formatting: the checked-in sources must equal clang-format's output.
+git ls-files -z -- '*.cpp' '*.h' | xargs -0 -r clang-format --dry-run --Werror
+echo "all tests passed"
