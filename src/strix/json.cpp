@@ -1,9 +1,233 @@
 #include "strix/json.h"
 
+#include <algorithm>  // std::min
+#include <array>      // escape table
+#include <cstddef>    // std::size_t
+#include <cstdint>    // fixed-width integers
+#include <utility>    // std::pair
+#include <vector>     // std::vector
+
+#include <fmt/compile.h>  // FMT_COMPILE
+#include <fmt/format.h>   // fmt::format_to
+
+#include "strix/report.h"  // status_key_name
 #include "strix/solution.h"
+#include "strix/streams.h"  // OutBuffer
 
 namespace strix {
-// Placeholder until the JSON writer lands: writes nothing.
-void write_json(std::ostream&, const Solution&) {}
-void write_json_string(std::ostream&, std::string_view) {}
+namespace {
+
+// What each byte becomes inside a quoted string: 0 copies it, 'u' gives
+// "\u00XX", any other letter gives a backslash and that letter. Every byte
+// from 0x80 up is escaped alone, as one Latin-1 character: a UTF-8 name
+// therefore comes out as one escape per byte, which readers of these
+// documents expect.
+constexpr std::array<char, 256> kEscape = [] {
+  std::array<char, 256> table{};
+  for (std::size_t c = 0; c < 0x20; ++c) table[c] = 'u';
+  for (std::size_t c = 0x80; c < 0x100; ++c) table[c] = 'u';
+  table['\b'] = 'b';
+  table['\t'] = 't';
+  table['\n'] = 'n';
+  table['\f'] = 'f';
+  table['\r'] = 'r';
+  table['"'] = '"';
+  table['\\'] = '\\';
+  return table;
+}();
+
+// The one escaping routine: appends s quoted and escaped. Runs of bytes that
+// need no escape are copied in one piece.
+void put_string(OutBuffer& ob, std::string_view s) {
+  static constexpr char kHex[] = "0123456789abcdef";
+  ob.put('"');
+  std::size_t plain = 0;  // start of the pending run of copied bytes
+  for (std::size_t i = 0; i < s.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(s[i]);
+    const char escape = kEscape[byte];
+    if (escape == 0) continue;
+    ob.append(s.substr(plain, i - plain));
+    plain = i + 1;
+    if (escape == 'u') {
+      const char text[6] = {'\\', 'u', '0', '0', kHex[byte >> 4], kHex[byte & 0xF]};
+      ob.append(std::string_view(text, sizeof text));
+    } else {
+      ob.put('\\');
+      ob.put(escape);
+    }
+  }
+  ob.append(s.substr(plain));
+  ob.put('"');
+}
+
+// prosta and solsta: A-Z lowered, every other byte written as it is. Nothing
+// is escaped, so a quote or backslash in a status breaks the document; the
+// statuses are the solver's own upper-case words and are kept raw on purpose.
+void put_lowered_status(OutBuffer& ob, std::string_view key, std::string_view status) {
+  put_string(ob, key);
+  ob.append(":\"");
+  for (const char c : status) ob.put(c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c);
+  ob.put('"');
+}
+
+void put_status_keys(OutBuffer& ob, std::string_view key, const std::vector<std::uint8_t>& keys) {
+  put_string(ob, key);
+  ob.append(" : [");
+  for (std::size_t i = 0; i < keys.size(); ++i) {
+    if (i != 0) ob.put(',');
+    put_string(ob, status_key_name(keys[i]));
+    ob.maybe_flush();
+  }
+  ob.put(']');
+}
+
+// Appends values [first, last) separated by ",".
+void put_values(OutBuffer& ob, const double* first, const double* last) {
+  if (first == last) return;
+  fmt::format_to(ob.out(), FMT_COMPILE("{}"), *first);
+  for (++first; first != last; ++first) {
+    fmt::format_to(ob.out(), FMT_COMPILE(",{}"), *first);
+    ob.maybe_flush();
+  }
+}
+
+void put_numbers(OutBuffer& ob, std::string_view key, const std::vector<double>& values) {
+  put_string(ob, key);
+  ob.append(" : [");
+  put_values(ob, values.data(), values.data() + values.size());
+  ob.put(']');
+}
+
+// The pattern alone decides the shape: values beyond its sum are not
+// written, and an empty pattern gives "[]" whatever the values. The flat
+// vector is not trusted to hold the whole sum: a block is cut short where the
+// values run out and every later block comes out as "[]".
+void put_blocks(OutBuffer& ob, std::string_view key, const std::vector<double>& values,
+                const std::vector<std::uint64_t>& pattern) {
+  put_string(ob, key);
+  ob.append(" : [");
+  std::size_t next = 0;
+  for (std::size_t b = 0; b < pattern.size(); ++b) {
+    if (b != 0) ob.put(',');
+    ob.put('[');
+    const std::uint64_t left = values.size() - next;
+    const std::size_t end = next + static_cast<std::size_t>(std::min(pattern[b], left));
+    put_values(ob, values.data() + next, values.data() + end);
+    next = end;
+    ob.put(']');
+    ob.maybe_flush();
+  }
+  ob.put(']');
+}
+
+void put_item(OutBuffer& ob, const Solution& solution, const SolutionItem& item) {
+  put_string(ob, item.kind);
+  ob.append(":{");
+  put_lowered_status(ob, "prosta", item.prosta);
+  ob.put(',');
+  put_lowered_status(ob, "solsta", item.solsta);
+  // skx and skc are written even when empty; everything after them only
+  // when present.
+  ob.put(',');
+  put_status_keys(ob, "skx", item.skx);
+  ob.put(',');
+  put_status_keys(ob, "skc", item.skc);
+  if (!item.skn.empty()) {
+    ob.put(',');
+    put_status_keys(ob, "skn", item.skn);
+  }
+  const std::pair<std::string_view, const std::vector<double>*> numbers[] = {
+      {"xx", &item.xx},   {"xc", &item.xc},   {"slx", &item.slx}, {"sux", &item.sux},
+      {"snx", &item.snx}, {"slc", &item.slc}, {"suc", &item.suc}, {"y", &item.y},
+  };
+  for (const auto& [key, values] : numbers) {
+    if (values->empty()) continue;
+    ob.put(',');
+    put_numbers(ob, key, *values);
+  }
+  if (!item.barx.empty()) {
+    ob.put(',');
+    put_blocks(ob, "barx", item.barx, solution.barvar_pattern);
+  }
+  if (!item.bars.empty()) {
+    ob.put(',');
+    put_blocks(ob, "bars", item.bars, solution.barvar_pattern);
+  }
+  if (!item.doty.empty()) {
+    ob.put(',');
+    put_blocks(ob, "doty", item.doty, solution.acc_pattern);
+  }
+  ob.put('}');
+}
+
+// One information group: "\"NAME\":VALUE" items separated by ",". Names are
+// written raw, unescaped, as the solver spells them. An empty group gives an
+// empty object; a names list and values list of different lengths are paired
+// up only as far as both go.
+template <typename T>
+void put_info_group(OutBuffer& ob, std::string_view key, const InfoGroup<T>& group) {
+  ob.append(key);
+  ob.put('{');
+  const std::size_t count = std::min(group.names.names.size(), group.values.size());
+  for (std::size_t i = 0; i < count; ++i) {
+    if (i != 0) ob.put(',');
+    ob.put('"');
+    ob.append(group.names.names[i]);
+    fmt::format_to(ob.out(), FMT_COMPILE("\":{}"), group.values[i]);
+    ob.maybe_flush();
+  }
+  ob.put('}');
+}
+
+}  // namespace
+
+void write_json(std::ostream& out, const Solution& solution) {
+  OutBuffer ob(out.rdbuf());
+  ob.put('{');
+  put_string(ob, "$schema");
+  ob.append(" : ");
+  put_string(ob, kJsonSchemaId);
+  // "Task/INFO" is written as a literal, not through the string writer.
+  ob.append(",\"Task/INFO\":{");
+  // The counts use " : " and ", ", the version ":" and "," without blanks:
+  // readers compare these documents byte for byte, so the mix stays.
+  put_string(ob, "numvar");
+  fmt::format_to(ob.out(), FMT_COMPILE(" : {}, "), solution.numvar);
+  put_string(ob, "numcon");
+  fmt::format_to(ob.out(), FMT_COMPILE(" : {}, "), solution.numcon);
+  put_string(ob, "numcone");
+  fmt::format_to(ob.out(), FMT_COMPILE(" : {}, "), solution.numcone);
+  put_string(ob, "numbarvar");
+  fmt::format_to(ob.out(), FMT_COMPILE(" : {}, "), solution.numbarvar);
+  put_string(ob, "numacc");
+  fmt::format_to(ob.out(), FMT_COMPILE(" : {}, "), solution.numacc);
+  put_string(ob, "nollover");
+  fmt::format_to(ob.out(), FMT_COMPILE(":[{},{},{}]"), solution.version[0], solution.version[1],
+                 solution.version[2]);
+  ob.append("},");
+
+  put_string(ob, "Task/solutions");
+  ob.append(":{");
+  bool first = true;
+  for (const SolutionItem& item : solution.solutions) {
+    if (!first) ob.put(',');
+    first = false;
+    put_item(ob, solution, item);
+    ob.maybe_flush();
+  }
+  ob.append("},");
+
+  put_string(ob, "Task/information");
+  ob.append(":{");
+  put_info_group(ob, "\"int32\":", solution.info_i32);
+  put_info_group(ob, ",\"int64\":", solution.info_i64);
+  put_info_group(ob, ",\"double\":", solution.info_f64);
+  ob.append("}}");
+}
+
+void write_json_string(std::ostream& out, std::string_view s) {
+  OutBuffer ob(out.rdbuf());
+  put_string(ob, s);
+}
+
 }  // namespace strix
