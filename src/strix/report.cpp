@@ -1,8 +1,20 @@
 #include "strix/report.h"
 
-#include <array>    // name tables
+#include <algorithm>  // std::min
+#include <array>      // name tables
+#include <cmath>      // std::sqrt
+#include <cstddef>    // std::size_t
+#include <cstdint>    // fixed-width integers
+#include <iterator>   // std::back_inserter
+#include <string>     // display-name scratch
+#include <utility>    // std::pair
+#include <vector>     // std::vector
+
+#include <fmt/compile.h>  // FMT_COMPILE
+#include <fmt/format.h>   // fmt::format, fmt::runtime
 
 #include "strix/solution.h"
+#include "strix/streams.h"
 
 namespace strix {
 namespace {
@@ -78,8 +90,238 @@ StatusNamePair problem_status_names(std::string_view prosta) {
   return lookup(kProblemStatus, prosta);
 }
 
-// Placeholder until the text report lands: writes nothing.
-void quote_name(std::string&, std::string_view) {}
-void write_text_report(std::ostream&, const Solution&) {}
+// ------------------------------------------------------------ text report
+
+void quote_name(std::string& out, std::string_view name) {
+  static constexpr char kHex[] = "0123456789abcdef";
+  out.push_back('"');
+  for (const char c : name) {
+    switch (c) {
+      case '\b':
+        out += "\\b";
+        break;
+      case '\t':
+        out += "\\t";
+        break;
+      case '\n':
+        out += "\\n";
+        break;
+      case '\r':
+        out += "\\r";
+        break;
+      case '"':
+        out += "\\\"";
+        break;
+      case '\\':
+        out += "\\\\";
+        break;
+      default: {
+        // The byte read as signed: 0x80..0xFF count as control bytes too, so
+        // every non-ASCII byte is escaped and display names stay ASCII.
+        if (static_cast<signed char>(c) <= 31) {
+          const auto u = static_cast<unsigned char>(c);
+          out += "\\x";
+          out.push_back(kHex[u >> 4]);
+          out.push_back(kHex[u & 0xF]);
+        } else {
+          out.push_back(c);
+        }
+      }
+    }
+  }
+  out.push_back('"');
+}
+
+namespace {
+
+// The model name of item k when the list holds a non-empty one and k is
+// below the kind's count, else null (the caller writes the default name).
+// A list shorter than the count, or an index past the count (an ACC index
+// used as a constraint index), falls back to the default name.
+const std::string_view* model_name(const NameList& list, std::int64_t count, std::int64_t k) {
+  if (k < 0 || k >= count) return nullptr;
+  const auto index = static_cast<std::uint64_t>(k);
+  if (index >= list.names.size() || list.names[index].empty()) return nullptr;
+  return &list.names[index];
+}
+
+// Display names are produced row by row into one scratch string, so memory
+// stays bounded by the row, whatever the counts claim.
+std::string_view variable_name(std::string& scratch, const Solution& s, std::int32_t j) {
+  scratch.clear();
+  if (const auto* name = model_name(s.var_names, s.numvar, j)) {
+    quote_name(scratch, *name);
+  } else {
+    fmt::format_to(std::back_inserter(scratch), FMT_COMPILE("var{:04d}"), j);
+  }
+  return scratch;
+}
+
+std::string_view bar_variable_name(std::string& scratch, const Solution& s, std::int32_t k) {
+  scratch.clear();
+  if (const auto* name = model_name(s.barvar_names, s.numbarvar, k)) {
+    quote_name(scratch, *name);
+  } else {
+    fmt::format_to(std::back_inserter(scratch), FMT_COMPILE("barvar{:04d}"), k);
+  }
+  return scratch;
+}
+
+// 64-bit index: the ACC rows name constraint a for every ACC index a.
+std::string_view constraint_name(std::string& scratch, const Solution& s, std::int64_t i) {
+  scratch.clear();
+  if (const auto* name = model_name(s.con_names, s.numcon, i)) {
+    quote_name(scratch, *name);
+  } else {
+    fmt::format_to(std::back_inserter(scratch), FMT_COMPILE("con{:04d}"), i);
+  }
+  return scratch;
+}
+
+// Status keys are not checked against the counts: a missing byte is "unk".
+const char* key_name(const std::vector<std::uint8_t>& keys, std::uint64_t i) {
+  return i < keys.size() ? status_key_name(keys[i]) : "unk";
+}
+
+// One value column of a variable or constraint row; an absent vector, or one
+// too short for this row, shows a right-aligned dot.
+void value_column(OutBuffer& ob, const std::vector<double>& values, std::uint64_t i) {
+  if (i < values.size()) {
+    fmt::format_to(ob.out(), FMT_COMPILE(" {:24.16g}"), values[i]);
+  } else {
+    fmt::format_to(ob.out(), FMT_COMPILE(" {:>24s}"), ".");
+  }
+}
+
+void write_header(OutBuffer& ob, const char* c1, const char* c2, const char* c3, const char* c4) {
+  fmt::format_to(ob.out(), FMT_COMPILE("    # {:<20s}  {:6s} {:>24s} {:>24s} {:>24s} {:>24s}\n"),
+                 "name", "sta", c1, c2, c3, c4);
+}
+
+void write_objective(OutBuffer& ob, const SolutionItem& item) {
+  ob.append("    Objective ");
+  // Only NaN prints as a dot; infinities go through the format. The blank
+  // after a NaN dual objective, absent after a numeric one, is kept as is.
+  if (std::isnan(item.pobj)) {
+    ob.append(". ");
+  } else {
+    fmt::format_to(ob.out(), FMT_COMPILE("{:.16g} "), item.pobj);
+  }
+  if (std::isnan(item.dobj)) {
+    ob.append(". ");
+  } else {
+    fmt::format_to(ob.out(), FMT_COMPILE("{:.16g}"), item.dobj);
+  }
+  ob.put('\n');
+}
+
+void write_variables(OutBuffer& ob, std::string& scratch, const Solution& s,
+                     const SolutionItem& item) {
+  ob.append("    Variables\n");
+  write_header(ob, "xx", "slx", "sux", "snx");
+  for (std::int32_t j = 0; j < s.numvar; ++j) {
+    const auto u = static_cast<std::uint64_t>(j);
+    fmt::format_to(ob.out(), FMT_COMPILE("      {:<20}: {:6s}"), variable_name(scratch, s, j),
+                   key_name(item.skx, u));
+    value_column(ob, item.xx, u);
+    value_column(ob, item.slx, u);
+    value_column(ob, item.sux, u);
+    value_column(ob, item.snx, u);
+    ob.put('\n');
+    ob.maybe_flush();
+  }
+}
+
+// A report on a solution with bar variables ends inside this section, on
+// purpose: the matrix header of the first bar variable has four fields for
+// three arguments, so the formatting library throws its "argument not found"
+// error, which leaves the report for the driver to print. The header is
+// formatted at run time into its own string, so none of it reaches the
+// output; everything before it does (OutBuffer hands it over while the
+// exception unwinds). The matrix rows that would follow are never reached
+// and so have no code.
+void write_bar_variables(OutBuffer& ob, std::string& scratch, const Solution& s) {
+  ob.append("    BarVariables\n");
+  const std::uint64_t packed = s.barvar_pattern.empty() ? 0 : s.barvar_pattern[0];
+  // The added 1.0 makes n one more than the matrix order for a packed
+  // length m(m+1)/2; the printed order is that n. 8L+1 wraps in 64 bits.
+  const std::uint64_t radicand = 8 * packed + 1;
+  const auto t = static_cast<std::uint64_t>(std::sqrt(static_cast<double>(radicand)) + 1.0);
+  const std::uint64_t n = t / 2;
+  fmt::format_to(ob.out(), FMT_COMPILE("      {}({}):\n"), bar_variable_name(scratch, s, 0), n);
+  const std::string header =
+      fmt::format(fmt::runtime("        #{:<9s} {:24s} {:24s} {:24s}\n"), "index", "barx", "bars");
+  ob.append(header);
+}
+
+void write_constraints(OutBuffer& ob, std::string& scratch, const Solution& s,
+                       const SolutionItem& item) {
+  ob.append("    Constraints\n");
+  write_header(ob, "xc", "slc", "suc", "y");
+  for (std::int32_t i = 0; i < s.numcon; ++i) {
+    const auto u = static_cast<std::uint64_t>(i);
+    fmt::format_to(ob.out(), FMT_COMPILE("      {:20s}: {:6s}"), constraint_name(scratch, s, i),
+                   key_name(item.skc, u));
+    value_column(ob, item.xc, u);
+    value_column(ob, item.slc, u);
+    value_column(ob, item.suc, u);
+    value_column(ob, item.y, u);
+    ob.put('\n');
+    ob.maybe_flush();
+  }
+}
+
+// Every row of ACC a shows constraint a's name and status and doty[a]: the
+// ACC names, the ACC's own offset into doty and the row index are not used.
+// That is the report's layout, kept as it is.
+void write_affine_conic(OutBuffer& ob, std::string& scratch, const Solution& s,
+                        const SolutionItem& item) {
+  ob.append("    AffineConicConstraints\n");
+  // A missing pattern entry counts as zero rows, so only ACCs with an entry
+  // can print anything; this also keeps a huge numacc from spinning.
+  const std::uint64_t count =
+      std::min(static_cast<std::uint64_t>(s.numacc), std::uint64_t{s.acc_pattern.size()});
+  for (std::uint64_t a = 0; a < count; ++a) {
+    const std::uint64_t rows = s.acc_pattern[a];
+    if (rows == 0) continue;
+    // The name is produced once per ACC: its rows are identical.
+    const std::string_view name = constraint_name(scratch, s, static_cast<std::int64_t>(a));
+    const char* key = key_name(item.skc, a);
+    const bool has_value = a < item.doty.size();
+    for (std::uint64_t r = 0; r < rows; ++r) {
+      fmt::format_to(ob.out(), FMT_COMPILE("    {}: {:6s} "), name, key);
+      if (has_value) {
+        fmt::format_to(ob.out(), FMT_COMPILE("{:24.16g}"), item.doty[a]);
+      } else {
+        fmt::format_to(ob.out(), FMT_COMPILE("{:24s}"), ".");
+      }
+      ob.put('\n');
+      ob.maybe_flush();
+    }
+  }
+}
+
+}  // namespace
+
+void write_text_report(std::ostream& out, const Solution& solution) {
+  OutBuffer ob(out.rdbuf());
+  std::string scratch;  // the display name of the current row
+  ob.append("Solutions\n");
+  for (const SolutionItem& item : solution.solutions) {
+    ob.append("  Solution ");
+    ob.append(item.kind);
+    ob.put('\n');
+    const StatusNamePair sol = solution_status_names(item.solsta);
+    fmt::format_to(ob.out(), FMT_COMPILE("    SolutionStatus {} {}\n"), sol.primal, sol.dual);
+    const StatusNamePair pro = problem_status_names(item.prosta);
+    fmt::format_to(ob.out(), FMT_COMPILE("    ProblemStatus {} {}\n"), pro.primal, pro.dual);
+    write_objective(ob, item);
+    write_variables(ob, scratch, solution, item);
+    if (solution.numbarvar > 0) write_bar_variables(ob, scratch, solution);
+    write_constraints(ob, scratch, solution, item);
+    if (solution.numacc > 0) write_affine_conic(ob, scratch, solution, item);
+    ob.maybe_flush();
+  }
+}
 
 }  // namespace strix
