@@ -1,13 +1,354 @@
 #include "strix/tar.h"
 
+#include <algorithm>  // std::min, std::fill
+#include <bit>        // std::endian
+#include <cstring>    // std::memcpy
+#include <ios>        // std::streamsize
+#include <iterator>   // std::back_inserter
+#include <limits>     // std::numeric_limits
+#include <utility>    // std::pair
+#include <vector>     // std::vector
+
+#include <fmt/compile.h>  // FMT_COMPILE
+#include <fmt/format.h>   // fmt::format_to
+
 #include "strix/solution.h"
 
 namespace strix {
-// Placeholder until the task archive lands: writes nothing.
-void TarWriter::write_header(std::string_view, std::uint32_t, std::uint32_t, std::uint32_t,
-                             std::string_view, std::string_view, std::uint64_t) {}
-void TarWriter::write_data(const void*, std::uint64_t) {}
-void TarWriter::finish() {}
-void write_task(std::ostream&, const Solution&) {}
-void escape_item_name(std::string&, std::string_view) {}
+
+namespace {
+
+// ------------------------------------------------------------ tar header
+
+// One field of the 512-byte header block.
+struct Field {
+  std::size_t offset;
+  std::size_t size;
+};
+
+constexpr Field kName{0, 100};
+constexpr Field kMode{100, 8};
+constexpr Field kUid{108, 8};
+constexpr Field kGid{116, 8};
+constexpr Field kSize{124, 12};
+constexpr Field kMtime{136, 12};
+constexpr Field kChecksum{148, 8};
+constexpr Field kTypeflag{156, 1};
+constexpr Field kMagic{257, 8};
+constexpr Field kUname{265, 32};
+constexpr Field kGname{297, 32};
+constexpr Field kDevmajor{329, 8};
+constexpr Field kDevminor{337, 8};
+// The checksum covers the header up to the start of the unused tail.
+constexpr std::size_t kChecksummedBytes = 500;
+
+constexpr std::size_t kBlockSize = 512;
+
+// Sizes from here on take the base-256 form although twelve octal digits
+// would still hold them; readers of task archives expect this threshold.
+constexpr std::uint64_t kBase256SizeFrom = std::uint64_t{1} << 29;
+// The base-256 size: a marker byte, three zero bytes, then 64 bits.
+constexpr unsigned char kBase256Marker = 0x80;
+constexpr std::size_t kBase256ValueOffset = kSize.offset + 4;
+
+using Block = std::array<unsigned char, kBlockSize>;
+
+static_assert(kMagic.offset + kMagic.size == kUname.offset);
+static_assert(kDevminor.offset + kDevminor.size <= kChecksummedBytes);
+
+void put_bytes(Block& block, Field field, std::string_view bytes) {
+  // Callers keep names within their fields; cutting is only a guard.
+  const std::size_t n = std::min(bytes.size(), field.size);
+  if (n != 0) std::memcpy(block.data() + field.offset, bytes.data(), n);
+}
+
+// Writes `digits` octal digits of value, most significant first.
+void put_octal_digits(Block& block, std::size_t offset, std::size_t digits, std::uint64_t value) {
+  for (std::size_t i = digits; i-- > 0;) {
+    block[offset + i] = static_cast<unsigned char>('0' + (value & 7));
+    value >>= 3;
+  }
+}
+
+// Mode, ids and checksum. Zero is "0000000" and a terminator while any other
+// value is eight digits without one: the asymmetry is part of the header
+// image these archives have always had, keep it.
+void put_octal_a(Block& block, Field field, std::uint32_t value) {
+  if (value == 0) {
+    put_bytes(block, field, std::string_view("0000000\0", 8));
+    return;
+  }
+  put_octal_digits(block, field.offset, field.size, value & 0xFFFFFF);
+}
+
+void put_size(Block& block, std::uint64_t size) {
+  if (size == 0) {
+    put_bytes(block, kSize, std::string_view("00000000000\0", 12));
+  } else if (size < kBase256SizeFrom) {
+    put_octal_digits(block, kSize.offset, kSize.size, size);
+  } else {
+    block[kSize.offset] = kBase256Marker;
+    for (std::size_t i = 8; i-- > 0;) {
+      block[kBase256ValueOffset + i] = static_cast<unsigned char>(size & 0xFF);
+      size >>= 8;
+    }
+  }
+}
+
+// --------------------------------------------------- array member header
+
+// Header of an array member ("NLOM"), followed directly by the values.
+constexpr std::size_t kArrayHeaderSize = 40;
+constexpr Field kArrayMagic{0, 4};
+constexpr std::size_t kArrayFlag = 4;
+constexpr std::size_t kArrayElementType = 6;
+constexpr std::size_t kArrayKind = 7;
+constexpr std::size_t kArrayOne = 8;      // u64 1
+constexpr std::size_t kArrayCount = 16;   // u64 element count
+constexpr std::size_t kArrayCount2 = 24;  // u64 element count again
+// Bytes 32..39 stay zero.
+
+constexpr unsigned char kFlagDefault = 8;
+constexpr unsigned char kFlagMatrix = 0;  // barx and bars
+constexpr unsigned char kKindDefault = 3;
+constexpr unsigned char kKindDoty = 4;
+
+template <typename T>
+struct ElementType;
+template <>
+struct ElementType<std::uint8_t> {
+  static constexpr unsigned char value = 1;
+};
+template <>
+struct ElementType<std::int32_t> {
+  static constexpr unsigned char value = 3;
+};
+template <>
+struct ElementType<std::int64_t> {
+  static constexpr unsigned char value = 4;
+};
+template <>
+struct ElementType<double> {
+  static constexpr unsigned char value = 9;
+};
+
+// Values go to the archive straight from memory; the archive is little-endian.
+static_assert(std::endian::native == std::endian::little,
+              "array members are written from memory and must be little-endian");
+static_assert(sizeof(double) == 8 && std::numeric_limits<double>::is_iec559);
+
+void put_u64_le(unsigned char* dst, std::uint64_t value) {
+  for (std::size_t i = 0; i < 8; ++i) {
+    dst[i] = static_cast<unsigned char>(value & 0xFF);
+    value >>= 8;
+  }
+}
+
+// ------------------------------------------------------- task archive
+
+constexpr std::uint32_t kMemberMode = 0600;
+constexpr std::uint32_t kOwnerId = 1001;
+constexpr std::string_view kOwnerName = "nollo";
+
+void write_text_member(TarWriter& tar, std::string_view name, const std::string& text) {
+  tar.write_header(name, kMemberMode, kOwnerId, kOwnerId, kOwnerName, kOwnerName, text.size());
+  tar.write_data(text.data(), text.size());
+}
+
+template <typename T>
+void write_array_member(TarWriter& tar, std::string_view name, const std::vector<T>& values,
+                        unsigned char flag = kFlagDefault, unsigned char kind = kKindDefault) {
+  std::array<unsigned char, kArrayHeaderSize> header{};
+  std::memcpy(header.data() + kArrayMagic.offset, "NLOM", kArrayMagic.size);
+  header[kArrayFlag] = flag;
+  header[kArrayElementType] = ElementType<T>::value;
+  header[kArrayKind] = kind;
+  put_u64_le(header.data() + kArrayOne, 1);
+  put_u64_le(header.data() + kArrayCount, values.size());
+  put_u64_le(header.data() + kArrayCount2, values.size());
+
+  const std::uint64_t bytes = std::uint64_t{values.size()} * sizeof(T);
+  tar.write_header(name, kMemberMode, kOwnerId, kOwnerId, kOwnerName, kOwnerName,
+                   kArrayHeaderSize + bytes);
+  tar.write_data(header.data(), header.size());
+  tar.write_data(values.data(), bytes);
+}
+
+void write_names_member(TarWriter& tar, std::string_view member, const NameList& names,
+                        std::string& text) {
+  text.clear();
+  for (std::string_view name : names.names) {
+    escape_item_name(text, name);
+    text.push_back('\n');
+  }
+  write_text_member(tar, member, text);
+}
+
+}  // namespace
+
+// ------------------------------------------------------------- TarWriter
+
+// Bytes go to the stream buffer directly: a compressing buffer's exception
+// must reach the driver, which ostream::write would swallow into badbit.
+// What sputn returns is deliberately ignored; the stream's owner checks it.
+
+void TarWriter::write_header(std::string_view name, std::uint32_t mode, std::uint32_t uid,
+                             std::uint32_t gid, std::string_view uname, std::string_view gname,
+                             std::uint64_t size) {
+  block_.fill(0);
+  if (pending_padding_ != 0) {
+    stream_.rdbuf()->sputn(reinterpret_cast<const char*>(block_.data()),
+                           static_cast<std::streamsize>(pending_padding_));
+    pending_padding_ = 0;
+  }
+
+  put_bytes(block_, kName, name);
+  put_bytes(block_, kUname, uname);
+  put_bytes(block_, kGname, gname);
+
+  put_octal_a(block_, kMode, mode);
+  put_octal_a(block_, kUid, uid);
+  put_octal_a(block_, kGid, gid);
+  put_size(block_, size);
+  put_bytes(block_, kMtime, std::string_view("00000000000\0", 12));
+  block_[kTypeflag.offset] = '0';
+  put_bytes(block_, kDevmajor, std::string_view("0000000\0", 8));
+  put_bytes(block_, kDevminor, std::string_view("0000000\0", 8));
+  // A blank and "00", not the POSIX zero byte: the archive's readers expect it.
+  put_bytes(block_, kMagic, "ustar 00");
+  // The user name's first byte is zeroed after the copy, so readers see an
+  // empty user name while the rest of it stays in the field. Required bytes.
+  block_[kUname.offset] = 0;
+  std::fill_n(block_.begin() + kChecksum.offset, kChecksum.size, ' ');
+
+  // Bytes are summed as signed values: 0x80..0xFF count negative.
+  std::int32_t sum = 0;
+  for (std::size_t i = 0; i < kChecksummedBytes; ++i) {
+    sum += static_cast<signed char>(block_[i]);
+  }
+  put_octal_a(block_, kChecksum, static_cast<std::uint32_t>(sum));
+
+  stream_.rdbuf()->sputn(reinterpret_cast<const char*>(block_.data()),
+                         static_cast<std::streamsize>(block_.size()));
+  remaining_ = size;
+  pending_padding_ = (kBlockSize - size % kBlockSize) % kBlockSize;
+}
+
+void TarWriter::write_data(const void* data, std::uint64_t n) {
+  constexpr auto kMaxPiece =
+      static_cast<std::uint64_t>(std::numeric_limits<std::streamsize>::max());
+  const auto* bytes = static_cast<const char*>(data);
+  // Bytes beyond the declared size are dropped: the header is already out.
+  while (remaining_ != 0 && n != 0) {
+    const std::uint64_t piece = std::min({n, remaining_, kMaxPiece});
+    stream_.rdbuf()->sputn(bytes, static_cast<std::streamsize>(piece));
+    bytes += piece;
+    n -= piece;
+    remaining_ -= piece;
+  }
+}
+
+void TarWriter::finish() {
+  block_.fill(0);
+  if (pending_padding_ != 0) {
+    stream_.rdbuf()->sputn(reinterpret_cast<const char*>(block_.data()),
+                           static_cast<std::streamsize>(pending_padding_));
+    pending_padding_ = 0;
+  }
+  // Two zero blocks end the archive; it is not padded to a record size.
+  for (int i = 0; i < 2; ++i) {
+    stream_.rdbuf()->sputn(reinterpret_cast<const char*>(block_.data()),
+                           static_cast<std::streamsize>(block_.size()));
+  }
+}
+
+// ---------------------------------------------------------- task archive
+
+void escape_item_name(std::string& out, std::string_view name) {
+  static constexpr char kHex[] = "0123456789abcdef";
+  for (const char c : name) {
+    switch (c) {
+      case '\t':
+        out.append("\\t");
+        break;
+      case '\n':
+        out.append("\\n");
+        break;
+      case '\r':
+        out.append("\\r");
+        break;
+      case '\\':
+        out.append("\\\\");
+        break;
+      default:
+        // Read as signed, so bytes 0x80..0xFF are escaped with the controls
+        // while 0x7F is copied.
+        if (static_cast<signed char>(c) <= 31) {
+          const auto byte = static_cast<unsigned char>(c);
+          const char escaped[4] = {'\\', 'x', kHex[byte >> 4], kHex[byte & 0xF]};
+          out.append(escaped, sizeof escaped);
+        } else {
+          out.push_back(c);
+        }
+    }
+  }
+}
+
+void write_task(std::ostream& out, const Solution& solution) {
+  TarWriter tar(out);
+  std::string text;
+
+  // Four version parts where the solution has three, the third always 0.
+  fmt::format_to(std::back_inserter(text), FMT_COMPILE("nollover={}.{}.{}.{}\n"),
+                 solution.version[0], solution.version[1], 0, solution.version[2]);
+  fmt::format_to(std::back_inserter(text),
+                 FMT_COMPILE("numvar={}\nnumcon={}\nnumcone={}\nnumbarvar={}\nnumacc={}\n"),
+                 solution.numvar, solution.numcon, solution.numcone, solution.numbarvar,
+                 solution.numacc);
+  write_text_member(tar, "Task/INFO", text);
+
+  // The information members are written also when a group is empty.
+  write_names_member(tar, "Task/information/doubleitems", solution.info_f64.names, text);
+  write_array_member(tar, "Task/information/double", solution.info_f64.values);
+  write_names_member(tar, "Task/information/intitems", solution.info_i32.names, text);
+  write_array_member(tar, "Task/information/int", solution.info_i32.values);
+  write_names_member(tar, "Task/information/longitems", solution.info_i64.names, text);
+  write_array_member(tar, "Task/information/long", solution.info_i64.values);
+
+  std::string name;
+  for (const SolutionItem& item : solution.solutions) {
+    const std::string prefix = "Task/solution/" + item.kind + "/";
+    const auto member = [&](std::string_view suffix) -> std::string_view {
+      name.assign(prefix).append(suffix);
+      return name;
+    };
+
+    // Status names exactly as stored: this archive does not lower them.
+    text.clear();
+    fmt::format_to(std::back_inserter(text), FMT_COMPILE("prosta={}\nsolsta={}\n"), item.prosta,
+                   item.solsta);
+    write_text_member(tar, member("status"), text);
+
+    // The status keys of variables and constraints are always written, also empty.
+    write_array_member(tar, member("skx"), item.skx);
+    write_array_member(tar, member("skc"), item.skc);
+    if (!item.skn.empty()) write_array_member(tar, member("skn"), item.skn);
+
+    const std::pair<std::string_view, const std::vector<double>*> values[] = {
+        {"xx", &item.xx},   {"xc", &item.xc},   {"y", &item.y},     {"slc", &item.slc},
+        {"suc", &item.suc}, {"slx", &item.slx}, {"sux", &item.sux}, {"snx", &item.snx}};
+    for (const auto& [suffix, vector] : values) {
+      if (!vector->empty()) write_array_member(tar, member(suffix), *vector);
+    }
+    // doty and the matrix values carry their own marker bytes; the patterns
+    // that shape them are not recorded, the values are stored flat.
+    if (!item.doty.empty())
+      write_array_member(tar, member("doty"), item.doty, kFlagDefault, kKindDoty);
+    if (!item.barx.empty()) write_array_member(tar, member("barx"), item.barx, kFlagMatrix);
+    if (!item.bars.empty()) write_array_member(tar, member("bars"), item.bars, kFlagMatrix);
+  }
+
+  tar.finish();
+}
+
 }  // namespace strix
