@@ -15,7 +15,6 @@ void write_json(std::ostream& out, const Solution& solution);
 void write_json_string(std::ostream& out, std::string_view s);
 
 // The "$schema" value of every document.
-inline constexpr std::string_view kJsonSchemaId =
-    "https://strix.example.org/json/solution/schema#";
+inline constexpr std::string_view kJsonSchemaId = "https://strix.example.org/json/solution/schema#";
 
 }  // namespace strix

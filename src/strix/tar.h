@@ -18,9 +18,8 @@ class TarWriter {
  public:
   explicit TarWriter(std::ostream& stream) : stream_(stream) {}
 
-  void write_header(std::string_view name, std::uint32_t mode, std::uint32_t uid,
-                    std::uint32_t gid, std::string_view uname, std::string_view gname,
-                    std::uint64_t size);
+  void write_header(std::string_view name, std::uint32_t mode, std::uint32_t uid, std::uint32_t gid,
+                    std::string_view uname, std::string_view gname, std::uint64_t size);
   // Data of the current member; bytes beyond its declared size are dropped.
   void write_data(const void* data, std::uint64_t n);
   // Pads the last member and writes two zero blocks; no record padding.
