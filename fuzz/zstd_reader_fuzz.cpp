@@ -1,0 +1,36 @@
+// Arbitrary bytes as Zstandard input, pulled through read and getc in
+// varying piece sizes. A decompression error is a designed end.
+#include <cstdint>  // std::uint8_t
+#include <vector>   // std::vector
+
+#include "fuzz_util.h"
+#include "strix/errors.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size < 1) return 0;
+  // The first byte picks the piece sizes, the rest is the compressed input.
+  const unsigned pattern = data[0];
+  strix::fuzz::MemoryReader inner(data + 1, size - 1);
+  strix::zstd::Reader reader(&inner);
+  std::vector<char> piece(1 << 18);
+  static constexpr std::uint64_t kSizes[] = {0, 1, 7, 4096, 131072, 131073, 262144, 3};
+  std::uint64_t total = 0;
+  try {
+    for (unsigned i = 0;; ++i) {
+      const std::uint64_t want = kSizes[(pattern + i) % 8];
+      if ((pattern >> 3) & 1 && i % 5 == 0) {
+        if (reader.getc() == -1 && want > 0) break;
+        continue;
+      }
+      const std::uint64_t got = reader.read(piece.data(), want);
+      if (got > want) __builtin_trap();
+      total += got;
+      if (want > 0 && got < want) break;
+      if (total > (std::uint64_t{64} << 20)) break;  // bombs: enough is enough
+    }
+  } catch (const strix::zstd::CompressionError&) {
+    // After an error the reader reports the end of the data.
+    if (reader.read(piece.data(), 1) != 0 || reader.getc() != -1) __builtin_trap();
+  }
+  return 0;
+}
