@@ -70,7 +70,7 @@ void put_lowered_status(OutBuffer& ob, std::string_view key, std::string_view st
   ob.put('"');
 }
 
-void put_status_keys(OutBuffer& ob, std::string_view key, const std::vector<std::uint8_t>& keys) {
+void put_status_keys(OutBuffer& ob, std::string_view key, const Array<std::uint8_t>& keys) {
   put_string(ob, key);
   ob.append(" : [");
   for (std::size_t i = 0; i < keys.size(); ++i) {
@@ -91,7 +91,7 @@ void put_values(OutBuffer& ob, const double* first, const double* last) {
   }
 }
 
-void put_numbers(OutBuffer& ob, std::string_view key, const std::vector<double>& values) {
+void put_numbers(OutBuffer& ob, std::string_view key, const Array<double>& values) {
   put_string(ob, key);
   ob.append(" : [");
   put_values(ob, values.data(), values.data() + values.size());
@@ -102,8 +102,8 @@ void put_numbers(OutBuffer& ob, std::string_view key, const std::vector<double>&
 // written, and an empty pattern gives "[]" whatever the values. The flat
 // vector is not trusted to hold the whole sum: a block is cut short where the
 // values run out and every later block comes out as "[]".
-void put_blocks(OutBuffer& ob, std::string_view key, const std::vector<double>& values,
-                const std::vector<std::uint64_t>& pattern) {
+void put_blocks(OutBuffer& ob, std::string_view key, const Array<double>& values,
+                const Array<std::uint64_t>& pattern) {
   put_string(ob, key);
   ob.append(" : [");
   std::size_t next = 0;
@@ -136,7 +136,7 @@ void put_item(OutBuffer& ob, const Solution& solution, const SolutionItem& item)
     ob.put(',');
     put_status_keys(ob, "skn", item.skn);
   }
-  const std::pair<std::string_view, const std::vector<double>*> numbers[] = {
+  const std::pair<std::string_view, const Array<double>*> numbers[] = {
       {"xx", &item.xx},   {"xc", &item.xc},   {"slx", &item.slx}, {"sux", &item.sux},
       {"snx", &item.snx}, {"slc", &item.slc}, {"suc", &item.suc}, {"y", &item.y},
   };
@@ -223,11 +223,13 @@ void write_json(std::ostream& out, const Solution& solution) {
   put_info_group(ob, ",\"int64\":", solution.info_i64);
   put_info_group(ob, ",\"double\":", solution.info_f64);
   ob.append("}}");
+  ob.flush();
 }
 
 void write_json_string(std::ostream& out, std::string_view s) {
   OutBuffer ob(out.rdbuf());
   put_string(ob, s);
+  ob.flush();
 }
 
 }  // namespace strix

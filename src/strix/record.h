@@ -46,16 +46,22 @@ void read_exact_or_zero(Reader& in, void* dst, std::size_t n);
 void read_bytes(Reader& in, std::string& out);
 
 // "[B" arrays appended to byte containers. Chunked data is read and dropped.
-void read_byte_array(Reader& in, std::vector<std::uint8_t>& out);
-void read_byte_array(Reader& in, std::vector<char>& out);
+template <typename Vec>
+void read_byte_array(Reader& in, Vec& out);
 
 // Typed arrays; `expected` is the element count the caller expects, used only
 // to size the first allocation. Chunked data is read and dropped; bytes that
-// do not fill a whole element are dropped.
-void read_u32_array(Reader& in, std::vector<std::uint32_t>& out, std::uint64_t expected);
-void read_i32_array(Reader& in, std::vector<std::int32_t>& out, std::uint64_t expected);
-void read_i64_array(Reader& in, std::vector<std::int64_t>& out, std::uint64_t expected);
-void read_u64_array(Reader& in, std::vector<std::uint64_t>& out, std::uint64_t expected);
-void read_f64_array(Reader& in, std::vector<double>& out, std::uint64_t expected);
+// do not fill a whole element are dropped. Defined for std::vector and Array
+// of the element types below.
+template <typename Vec>
+void read_u32_array(Reader& in, Vec& out, std::uint64_t expected);  // "[I"
+template <typename Vec>
+void read_i32_array(Reader& in, Vec& out, std::uint64_t expected);  // "[i"
+template <typename Vec>
+void read_i64_array(Reader& in, Vec& out, std::uint64_t expected);  // "[l"
+template <typename Vec>
+void read_u64_array(Reader& in, Vec& out, std::uint64_t expected);  // "[L"
+template <typename Vec>
+void read_f64_array(Reader& in, Vec& out, std::uint64_t expected);  // "[d"
 
 }  // namespace strix

@@ -179,13 +179,13 @@ std::string_view constraint_name(std::string& scratch, const Solution& s, std::i
 }
 
 // Status keys are not checked against the counts: a missing byte is "unk".
-const char* key_name(const std::vector<std::uint8_t>& keys, std::uint64_t i) {
+const char* key_name(const Array<std::uint8_t>& keys, std::uint64_t i) {
   return i < keys.size() ? status_key_name(keys[i]) : "unk";
 }
 
 // One value column of a variable or constraint row; an absent vector, or one
 // too short for this row, shows a right-aligned dot.
-void value_column(OutBuffer& ob, const std::vector<double>& values, std::uint64_t i) {
+void value_column(OutBuffer& ob, const Array<double>& values, std::uint64_t i) {
   if (i < values.size()) {
     fmt::format_to(ob.out(), FMT_COMPILE(" {:24.16g}"), values[i]);
   } else {
@@ -322,6 +322,7 @@ void write_text_report(std::ostream& out, const Solution& solution) {
     if (solution.numacc > 0) write_affine_conic(ob, scratch, solution, item);
     ob.maybe_flush();
   }
+  ob.flush();
 }
 
 }  // namespace strix

@@ -1,7 +1,11 @@
 #include "strix/solution.h"
 
+#include <sys/mman.h>  // madvise
+
 #include <cstdio>   // stderr
+#include <cstdlib>  // std::aligned_alloc, std::malloc, std::free
 #include <cstring>  // std::memcpy
+#include <new>      // std::bad_alloc
 #include <numeric>  // std::accumulate
 
 #include <fmt/format.h>  // fmt::print
@@ -10,6 +14,30 @@
 #include "strix/record.h"
 
 namespace strix {
+
+namespace {
+constexpr std::size_t kHugePage = std::size_t{2} << 20;
+constexpr std::size_t kHugeFrom = std::size_t{4} << 20;  // smaller blocks: plain malloc
+}  // namespace
+
+void* allocate_bulk(std::size_t bytes) {
+  void* p;
+  if (bytes >= kHugeFrom) {
+    const std::size_t rounded = (bytes + kHugePage - 1) / kHugePage * kHugePage;
+    p = std::aligned_alloc(kHugePage, rounded);
+    // Only advice: where huge pages are unavailable nothing changes.
+    if (p != nullptr) madvise(p, rounded, MADV_HUGEPAGE);
+  } else {
+    p = std::malloc(bytes == 0 ? 1 : bytes);
+  }
+  if (p == nullptr) throw std::bad_alloc();
+  return p;
+}
+
+void free_bulk(void* p) noexcept {
+  std::free(p);
+}
+
 namespace {
 
 constexpr std::string_view kSolutionKinds[] = {"sol/interior", "sol/basic", "sol/integer"};
@@ -33,11 +61,11 @@ constexpr NamesSection kNamesSections[] = {
 // lengths are not checked against the buffer: a name that runs past its end
 // is cut short there.
 template <typename Len>
-void cut_names(NameList& list, const std::vector<Len>& lengths) {
+void cut_names(NameList& list, const Len& lengths) {
   const std::uint64_t size = list.buffer.size();
   std::uint64_t pos = 0;
   list.names.reserve(lengths.size());
-  for (const Len length : lengths) {
+  for (const auto length : lengths) {
     const std::uint64_t start = std::min<std::uint64_t>(pos, size);
     const std::uint64_t n = std::min<std::uint64_t>(length, size - start);
     list.names.emplace_back(list.buffer.data() + start, n);
@@ -54,7 +82,7 @@ T read_scalar(Reader& in) {
   return value;
 }
 
-std::uint64_t sum(const std::vector<std::uint64_t>& values) {
+std::uint64_t sum(const Array<std::uint64_t>& values) {
   // Wraps like the 64-bit counts it stands for; only used to size reads.
   return std::accumulate(values.begin(), values.end(), std::uint64_t{0});
 }

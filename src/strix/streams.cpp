@@ -2,7 +2,6 @@
 
 #include <algorithm>  // std::min
 #include <cstring>    // std::memcpy
-#include <exception>  // std::uncaught_exceptions
 #include <new>        // std::bad_alloc
 
 #include "strix/errors.h"
@@ -131,8 +130,11 @@ outstreambuf::int_type outstreambuf::overflow(int_type c) {
   in_desc_ = {put_area_.data(), static_cast<std::size_t>(pptr() - pbase()), 0};
   while (in_desc_.pos < in_desc_.size) {
     out_desc_.pos = 0;
-    ZSTD_compressStream(context_, &out_desc_, &in_desc_);
+    const std::size_t rc = ZSTD_compressStream(context_, &out_desc_, &in_desc_);
     if (out_desc_.pos > 0) write_out(out_desc_.pos);
+    // The library fails only when it is out of memory; stop rather than
+    // spin on input it will not take.
+    if (ZSTD_isError(rc)) break;
   }
   setp(put_area_.data(), put_area_.data() + put_area_.size());
   if (traits_type::eq_int_type(c, traits_type::eof())) return traits_type::not_eof(c);
@@ -237,14 +239,12 @@ void streambuf::close() {
 // ------------------------------------------------------- buffered output
 
 OutBuffer::~OutBuffer() {
-  if (std::uncaught_exceptions() == 0) {
-    flush();
-    return;
-  }
+  // Writers flush at their end, where a failure can still reach the driver;
+  // this one covers a writer that is left by an exception (what it formatted
+  // belongs in the output) and must not throw a second time.
   try {
     flush();
   } catch (...) {
-    // Already failing: the first exception is the one to report.
   }
 }
 

@@ -146,8 +146,8 @@ class OutBuffer {
   static constexpr std::size_t kFlushAt = 1 << 16;
 
   explicit OutBuffer(std::streambuf* sink) : sink_(sink) {}
-  // Hands over what is pending, also when an exception is leaving the writer
-  // (what was formatted before the failure belongs in the output).
+  // Hands over what is pending, swallowing failures: a writer calls flush()
+  // itself at its end so that they reach the driver.
   ~OutBuffer();
 
   OutBuffer(const OutBuffer&) = delete;

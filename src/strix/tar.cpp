@@ -156,7 +156,7 @@ void write_text_member(TarWriter& tar, std::string_view name, const std::string&
 }
 
 template <typename T>
-void write_array_member(TarWriter& tar, std::string_view name, const std::vector<T>& values,
+void write_array_member(TarWriter& tar, std::string_view name, const Array<T>& values,
                         unsigned char flag = kFlagDefault, unsigned char kind = kKindDefault) {
   std::array<unsigned char, kArrayHeaderSize> header{};
   std::memcpy(header.data() + kArrayMagic.offset, "NLOM", kArrayMagic.size);
@@ -334,7 +334,7 @@ void write_task(std::ostream& out, const Solution& solution) {
     write_array_member(tar, member("skc"), item.skc);
     if (!item.skn.empty()) write_array_member(tar, member("skn"), item.skn);
 
-    const std::pair<std::string_view, const std::vector<double>*> values[] = {
+    const std::pair<std::string_view, const Array<double>*> values[] = {
         {"xx", &item.xx},   {"xc", &item.xc},   {"y", &item.y},     {"slc", &item.slc},
         {"suc", &item.suc}, {"slx", &item.slx}, {"sux", &item.sux}, {"snx", &item.snx}};
     for (const auto& [suffix, vector] : values) {

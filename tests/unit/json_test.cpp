@@ -171,8 +171,8 @@ TEST(JsonDocument, StatusKeyNames) {
 }
 
 // One item "i" with barx under barvar_pattern and doty under acc_pattern.
-std::string blocks_doc(std::vector<std::uint64_t> barvar_pattern, std::vector<double> barx,
-                       std::vector<std::uint64_t> acc_pattern, std::vector<double> doty) {
+std::string blocks_doc(strix::Array<std::uint64_t> barvar_pattern, strix::Array<double> barx,
+                       strix::Array<std::uint64_t> acc_pattern, strix::Array<double> doty) {
   Solution s;
   s.barvar_pattern = std::move(barvar_pattern);
   s.acc_pattern = std::move(acc_pattern);

@@ -209,7 +209,7 @@ std::string nlom(unsigned char flag, unsigned char type, unsigned char kind, std
 }
 
 template <typename T>
-std::string raw_bytes(const std::vector<T>& values) {
+std::string raw_bytes(const strix::Array<T>& values) {
   return std::string(reinterpret_cast<const char*>(values.data()), values.size() * sizeof(T));
 }
 
