@@ -1,0 +1,179 @@
+"""Conversion benchmark: strix against floors measured in the same run.
+
+Generates large solution files with the project's builder, converts them with
+the built strix to every form, and compares each conversion's median wall
+time with the floor that bounds it: {fmt} formatting the same doubles with a
+compiled format into memory (JSON, text), copying the file with cp (task
+archive, .b copy), and the zstd and zlib libraries alone (compressed forms).
+Peak resident memory comes from wait4 of each child.
+
+    python3 bench/run.py [--numvar N] [--numcon M] [--runs 3] [--report FILE]
+"""
+
+import argparse
+import datetime
+import os
+import platform
+import shutil
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+ROOT = os.path.dirname(HERE)
+sys.path.insert(0, os.path.join(ROOT, "tests"))
+
+import solgen  # noqa: E402
+
+FORMS = [".json", ".txt", ".task", ".b", ".json.zst", ".json.gz", ".task.zst"]
+
+
+def timed(cmd):
+    """Runs cmd; returns (wall seconds, peak RSS in MB). The peak comes from
+    /usr/bin/time: a child forked from this (large) interpreter would count
+    the interpreter's pages in its own peak."""
+    with tempfile.NamedTemporaryFile("r") as rss:
+        start = time.perf_counter()
+        proc = subprocess.run(["/usr/bin/time", "-o", rss.name, "-f", "%M", *cmd],
+                              stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+        wall = time.perf_counter() - start
+        if proc.returncode != 0:
+            raise RuntimeError(f"{cmd} failed ({proc.returncode}): {proc.stderr!r}")
+        return wall, int(rss.read().split()[-1]) / 1024.0
+
+
+def median_run(cmd, runs):
+    results = [timed(cmd) for _ in range(runs)]
+    return statistics.median(r[0] for r in results), max(r[1] for r in results)
+
+
+def floor_seconds(floors, what, path, runs):
+    values = []
+    for _ in range(runs):
+        out = subprocess.run([floors, what, path], capture_output=True, text=True, check=True)
+        values.append(float(out.stdout))
+    return statistics.median(values)
+
+
+def build(build_dir):
+    subprocess.run(["cmake", "-S", ROOT, "-B", build_dir, "-DCMAKE_BUILD_TYPE=Release",
+                    "-DSTRIX_BUILD_BENCHMARKS=ON", "-DSTRIX_BUILD_TESTS=OFF"], check=True,
+                   stdout=subprocess.DEVNULL)
+    subprocess.run(["cmake", "--build", build_dir, "-j2", "--target", "strix", "strix_floors"],
+                   check=True, stdout=subprocess.DEVNULL)
+    return os.path.join(build_dir, "strix"), os.path.join(build_dir, "bench", "strix_floors")
+
+
+def machine():
+    cpu = "unknown cpu"
+    try:
+        with open("/proc/cpuinfo") as f:
+            for line in f:
+                if line.startswith("model name"):
+                    cpu = line.split(":", 1)[1].strip()
+                    break
+    except OSError:
+        pass
+    return f"{platform.node()}: {cpu}, {os.cpu_count()} cores, {platform.system()} {platform.release()}"
+
+
+def bench_file(label, path, vectors_mb, strix, floors, work, runs):
+    size_mb = os.path.getsize(path) / 1e6
+    rows, checks = [], []
+
+    def out(form):
+        return os.path.join(work, "out" + form)
+
+    times = {}
+    for form in FORMS:
+        wall, rss = median_run([strix, path, out(form)], runs)
+        times[form] = wall
+        rows.append((form, wall, size_mb / wall, rss))
+    # .b.zst input, decompressed to a .b copy
+    zin = os.path.join(work, "in.b.zst")
+    subprocess.run(["zstd", "-q", "-f", "-3", path, "-o", zin], check=True)
+    wall, rss = median_run([strix, zin, out(".b")], runs)
+    times["in.zst"] = wall
+    rows.append((".b.zst -> .b", wall, size_mb / wall, rss))
+
+    fl = {
+        "fmt {}": floor_seconds(floors, "format-json", path, runs),
+        "fmt {:24.16g}": floor_seconds(floors, "format-txt", path, runs),
+        "zstd -d (lib)": floor_seconds(floors, "unzstd", zin, runs),
+        "zstd json (lib)": floor_seconds(floors, "zstd", out(".json"), runs),
+        "gzip json (lib)": floor_seconds(floors, "gzip", out(".json"), runs),
+        "zstd task (lib)": floor_seconds(floors, "zstd", out(".task"), runs),
+    }
+    cp_dst = os.path.join(work, "cp.b")
+    fl["cp"] = statistics.median(timed(["cp", path, cp_dst])[0] for _ in range(runs))
+
+    def check(name, ratio, limit):
+        checks.append((name, ratio, limit, "ok" if ratio <= limit else "OVER"))
+
+    check(".json / fmt {}", times[".json"] / fl["fmt {}"], 1.25)
+    check(".txt / fmt {:24.16g}", times[".txt"] / fl["fmt {:24.16g}"], 1.25)
+    check(".task / cp", times[".task"] / fl["cp"], 2.0)
+    check(".b / cp", times[".b"] / fl["cp"], 2.0)
+    check("(.b.zst -> .b  - .b) / zstd -d", (times["in.zst"] - times[".b"]) / fl["zstd -d (lib)"],
+          1.2)
+    check("(.json.zst - .json) / zstd", (times[".json.zst"] - times[".json"]) /
+          fl["zstd json (lib)"], 1.1)
+    check("(.json.gz - .json) / gzip", (times[".json.gz"] - times[".json"]) /
+          fl["gzip json (lib)"], 1.1)
+    check("(.task.zst - .task) / zstd", (times[".task.zst"] - times[".task"]) /
+          fl["zstd task (lib)"], 1.1)
+    for form, _, _, rss in rows:
+        if form == ".b" or form.endswith("-> .b"):
+            check(f"peak MB {form} (limit 8)", rss, 8.0)
+        else:
+            check(f"peak MB {form} / (1.2 x {vectors_mb:.0f} + 32)", rss / (1.2 * vectors_mb + 32),
+                  1.0)
+
+    lines = [f"### {label}: {os.path.basename(path)}, {size_mb:.1f} MB, "
+             f"{vectors_mb:.1f} MB of vectors", "",
+             "| conversion | median s | MB/s of input | peak RSS MB |", "|---|---|---|---|"]
+    lines += [f"| {f} | {w:.3f} | {m:.0f} | {r:.1f} |" for f, w, m, r in rows]
+    lines += ["", "| floor | median s |", "|---|---|"]
+    lines += [f"| {k} | {v:.3f} |" for k, v in fl.items()]
+    lines += ["", "| ratio | measured | target | |", "|---|---|---|---|"]
+    lines += [f"| {n} | {r:.2f} | {lim} | {v} |" for n, r, lim, v in checks]
+    return "\n".join(lines) + "\n", all(c[3] == "ok" for c in checks)
+
+
+def main():
+    p = argparse.ArgumentParser(description="strix conversion benchmark")
+    p.add_argument("--numvar", type=int, default=2_000_000)
+    p.add_argument("--numcon", type=int, default=1_000_000)
+    p.add_argument("--runs", type=int, default=3)
+    p.add_argument("--build", default=os.path.join(ROOT, "build-bench"))
+    p.add_argument("--report", help="also write the results (markdown) to this file")
+    args = p.parse_args()
+
+    strix, floors = build(args.build)
+    work = tempfile.mkdtemp(prefix="strix-bench-")
+    try:
+        n, m = args.numvar, args.numcon
+        vectors_mb = (8 * 4 * (n + m) + n + m) / (1 << 20)
+        report = [f"## strix benchmark, {datetime.date.today()}", "", f"Machine: {machine()}",
+                  "", f"{n} variables, {m} constraints, {args.runs} runs each (medians).", ""]
+        ok = True
+        for label, round_values in (("17-digit values", False), ("small round values", True)):
+            path = os.path.join(work, "round.b" if round_values else "real.b")
+            with open(path, "wb") as f:
+                f.write(solgen.large(n, m, round_values).to_bytes())
+            text, good = bench_file(label, path, vectors_mb, strix, floors, work, args.runs)
+            ok &= good
+            report.append(text)
+            print(text, flush=True)
+        if args.report:
+            with open(args.report, "w") as f:
+                f.write("\n".join(report))
+        print("all ratios within target" if ok else "some ratios over target")
+    finally:
+        shutil.rmtree(work, ignore_errors=True)
+
+
+if __name__ == "__main__":
+    main()
