@@ -73,7 +73,14 @@ void copy_bytes(Reader& source, std::streambuf& final_buf) {
   std::size_t filled = 0;
   std::uint64_t n;
   do {
-    n = source.read(copy_buffer.data() + filled, kCopyPiece);
+    try {
+      n = source.read(copy_buffer.data() + filled, kCopyPiece);
+    } catch (...) {
+      // Pieces read before a decompression error belong in the output, as
+      // if each had been handed on as soon as it was read.
+      final_buf.sputn(copy_buffer.data(), static_cast<std::streamsize>(filled));
+      throw;
+    }
     filled += n;
     if (filled + kCopyPiece > copy_buffer.size() || n == 0) {
       final_buf.sputn(copy_buffer.data(), static_cast<std::streamsize>(filled));
