@@ -146,34 +146,15 @@ const std::string_view* model_name(const NameList& list, std::int64_t count, std
 }
 
 // Display names are produced row by row into one scratch string, so memory
-// stays bounded by the row, whatever the counts claim.
-std::string_view variable_name(std::string& scratch, const Solution& s, std::int32_t j) {
+// stays bounded by the row, whatever the counts claim. The index is 64-bit:
+// the ACC rows name constraint a for every ACC index a.
+std::string_view display_name(std::string& scratch, const NameList& list, std::int64_t count,
+                              std::int64_t k, std::string_view default_prefix) {
   scratch.clear();
-  if (const auto* name = model_name(s.var_names, s.numvar, j)) {
+  if (const auto* name = model_name(list, count, k)) {
     quote_name(scratch, *name);
   } else {
-    fmt::format_to(std::back_inserter(scratch), FMT_COMPILE("var{:04d}"), j);
-  }
-  return scratch;
-}
-
-std::string_view bar_variable_name(std::string& scratch, const Solution& s, std::int32_t k) {
-  scratch.clear();
-  if (const auto* name = model_name(s.barvar_names, s.numbarvar, k)) {
-    quote_name(scratch, *name);
-  } else {
-    fmt::format_to(std::back_inserter(scratch), FMT_COMPILE("barvar{:04d}"), k);
-  }
-  return scratch;
-}
-
-// 64-bit index: the ACC rows name constraint a for every ACC index a.
-std::string_view constraint_name(std::string& scratch, const Solution& s, std::int64_t i) {
-  scratch.clear();
-  if (const auto* name = model_name(s.con_names, s.numcon, i)) {
-    quote_name(scratch, *name);
-  } else {
-    fmt::format_to(std::back_inserter(scratch), FMT_COMPILE("con{:04d}"), i);
+    fmt::format_to(std::back_inserter(scratch), FMT_COMPILE("{}{:04d}"), default_prefix, k);
   }
   return scratch;
 }
@@ -221,8 +202,8 @@ void write_variables(OutBuffer& ob, std::string& scratch, const Solution& s,
   write_header(ob, "xx", "slx", "sux", "snx");
   for (std::int32_t j = 0; j < s.numvar; ++j) {
     const auto u = static_cast<std::uint64_t>(j);
-    fmt::format_to(ob.out(), FMT_COMPILE("      {:<20}: {:6s}"), variable_name(scratch, s, j),
-                   key_name(item.skx, u));
+    fmt::format_to(ob.out(), FMT_COMPILE("      {:<20}: {:6s}"),
+                   display_name(scratch, s.var_names, s.numvar, j, "var"), key_name(item.skx, u));
     value_column(ob, item.xx, u);
     value_column(ob, item.slx, u);
     value_column(ob, item.sux, u);
@@ -248,7 +229,8 @@ void write_bar_variables(OutBuffer& ob, std::string& scratch, const Solution& s)
   const std::uint64_t radicand = 8 * packed + 1;
   const auto t = static_cast<std::uint64_t>(std::sqrt(static_cast<double>(radicand)) + 1.0);
   const std::uint64_t n = t / 2;
-  fmt::format_to(ob.out(), FMT_COMPILE("      {}({}):\n"), bar_variable_name(scratch, s, 0), n);
+  fmt::format_to(ob.out(), FMT_COMPILE("      {}({}):\n"),
+                 display_name(scratch, s.barvar_names, s.numbarvar, 0, "barvar"), n);
   const std::string header =
       fmt::format(fmt::runtime("        #{:<9s} {:24s} {:24s} {:24s}\n"), "index", "barx", "bars");
   ob.append(header);
@@ -260,8 +242,8 @@ void write_constraints(OutBuffer& ob, std::string& scratch, const Solution& s,
   write_header(ob, "xc", "slc", "suc", "y");
   for (std::int32_t i = 0; i < s.numcon; ++i) {
     const auto u = static_cast<std::uint64_t>(i);
-    fmt::format_to(ob.out(), FMT_COMPILE("      {:20s}: {:6s}"), constraint_name(scratch, s, i),
-                   key_name(item.skc, u));
+    fmt::format_to(ob.out(), FMT_COMPILE("      {:20s}: {:6s}"),
+                   display_name(scratch, s.con_names, s.numcon, i, "con"), key_name(item.skc, u));
     value_column(ob, item.xc, u);
     value_column(ob, item.slc, u);
     value_column(ob, item.suc, u);
@@ -285,7 +267,8 @@ void write_affine_conic(OutBuffer& ob, std::string& scratch, const Solution& s,
     const std::uint64_t rows = s.acc_pattern[a];
     if (rows == 0) continue;
     // The name is produced once per ACC: its rows are identical.
-    const std::string_view name = constraint_name(scratch, s, static_cast<std::int64_t>(a));
+    const std::string_view name =
+        display_name(scratch, s.con_names, s.numcon, static_cast<std::int64_t>(a), "con");
     const char* key = key_name(item.skc, a);
     const bool has_value = a < item.doty.size();
     for (std::uint64_t r = 0; r < rows; ++r) {

@@ -2,11 +2,12 @@
 
 #include <sys/mman.h>  // madvise
 
-#include <cstdio>   // stderr
-#include <cstdlib>  // std::aligned_alloc, std::malloc, std::free
-#include <cstring>  // std::memcpy
-#include <new>      // std::bad_alloc
-#include <numeric>  // std::accumulate
+#include <cstdio>       // stderr
+#include <cstdlib>      // std::aligned_alloc, std::malloc, std::free
+#include <cstring>      // std::memcpy
+#include <new>          // std::bad_alloc
+#include <numeric>      // std::accumulate
+#include <type_traits>  // std::is_same_v
 
 #include <fmt/format.h>  // fmt::print
 
@@ -112,6 +113,19 @@ class SolutionFileReader {
     return read_scalar<std::int32_t>(in_);
   }
   void read_item(std::string_view s);
+  // One information group: a byte of length per name, the names, the values.
+  template <typename T>
+  void read_info(InfoGroup<T>& group, std::vector<std::uint8_t>& lengths, std::int32_t line,
+                 std::string_view message) {
+    read_byte_array(in_, lengths);
+    read_byte_array(in_, group.names.buffer);
+    if constexpr (std::is_same_v<T, double>) read_f64_array(in_, group.values, lengths.size());
+    if constexpr (std::is_same_v<T, std::int32_t>)
+      read_i32_array(in_, group.values, lengths.size());
+    if constexpr (std::is_same_v<T, std::int64_t>)
+      read_i64_array(in_, group.values, lengths.size());
+    if (group.values.size() != lengths.size()) fail(line, message);
+  }
 
   // Counts as the file's checks compare them: unsigned 32-bit sizes.
   std::uint32_t numvar() const { return static_cast<std::uint32_t>(sol_->numvar); }
@@ -301,22 +315,11 @@ std::unique_ptr<Solution> SolutionFileReader::read() {
 
   std::vector<std::uint8_t> f64_lengths, i32_lengths, i64_lengths;
   if (!at("inf/f64") || !format_is("[B[B[d")) fail(1315, "Expected 'inf/f64'");
-  read_byte_array(in_, f64_lengths);
-  read_byte_array(in_, sol.info_f64.names.buffer);
-  read_f64_array(in_, sol.info_f64.values, f64_lengths.size());
-  if (sol.info_f64.values.size() != f64_lengths.size()) fail(1323, "Invalid 'inf/f64' entry");
-
+  read_info(sol.info_f64, f64_lengths, 1323, "Invalid 'inf/f64' entry");
   require("inf/i32", "[B[B[i", 1329, "Expected 'inf/i32'");
-  read_byte_array(in_, i32_lengths);
-  read_byte_array(in_, sol.info_i32.names.buffer);
-  read_i32_array(in_, sol.info_i32.values, i32_lengths.size());
-  if (sol.info_i32.values.size() != i32_lengths.size()) fail(1335, "Invalid 'inf/i32' entry");
-
+  read_info(sol.info_i32, i32_lengths, 1335, "Invalid 'inf/i32' entry");
   require("inf/i64", "[B[B[l", 1341, "Expected 'inf/i64'");
-  read_byte_array(in_, i64_lengths);
-  read_byte_array(in_, sol.info_i64.names.buffer);
-  read_i64_array(in_, sol.info_i64.values, i64_lengths.size());
-  if (sol.info_i64.values.size() != i64_lengths.size()) fail(1347, "Invalid 'inf/i64' entry");
+  read_info(sol.info_i64, i64_lengths, 1347, "Invalid 'inf/i64' entry");
 
   next();  // the closing section: read, not examined
   cut_names(sol.info_f64.names, f64_lengths);
