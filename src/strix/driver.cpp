@@ -27,8 +27,8 @@ constexpr std::size_t kCopyPiece = 4096;  // ".b" copies in constant memory
 // The pieces are gathered into blocks of this size before they are handed
 // on, and the input is buffered as much: a 4096-byte system call per piece
 // would make copying a large file several times slower than cp.
-constexpr std::size_t kCopyBlock = std::size_t{1} << 20;
-constexpr std::size_t kInputBuffer = std::size_t{1} << 20;
+constexpr std::size_t kCopyBlock = std::size_t{1} << 18;
+constexpr std::size_t kInputBuffer = std::size_t{1} << 18;
 
 // The input stream's buffer; static so that it outlives the stream, also
 // standard input, which is never closed.

@@ -6,7 +6,7 @@
 #include <cstddef>    // std::size_t
 #include <cstdint>    // fixed-width integers
 #include <iterator>   // std::back_inserter
-#include <string>     // display-name scratch
+#include <string>     // quoted display names
 #include <utility>    // std::pair
 #include <vector>     // std::vector
 
@@ -145,18 +145,43 @@ const std::string_view* model_name(const NameList& list, std::int64_t count, std
   return &list.names[index];
 }
 
-// Display names are produced row by row into one scratch string, so memory
-// stays bounded by the row, whatever the counts claim. The index is 64-bit:
-// the ACC rows name constraint a for every ACC index a.
-std::string_view display_name(std::string& scratch, const NameList& list, std::int64_t count,
-                              std::int64_t k, std::string_view default_prefix) {
-  scratch.clear();
-  if (const auto* name = model_name(list, count, k)) {
-    quote_name(scratch, *name);
-  } else {
-    fmt::format_to(std::back_inserter(scratch), FMT_COMPILE("{}{:04d}"), default_prefix, k);
+// Display names are produced row by row, so memory stays bounded by the
+// row whatever the counts claim. The index is 64-bit: the ACC rows name
+// constraint a for every ACC index a.
+class DisplayName {
+ public:
+  std::string_view get(const NameList& list, std::int64_t count, std::int64_t k,
+                       std::string_view default_prefix) {
+    if (const auto* name = model_name(list, count, k)) {
+      quoted_.clear();
+      quote_name(quoted_, *name);
+      return quoted_;
+    }
+    const char* end = fmt::format_to(default_, FMT_COMPILE("{}{:04d}"), default_prefix, k);
+    return {default_, static_cast<std::size_t>(end - default_)};
   }
-  return scratch;
+
+ private:
+  std::string quoted_;
+  char default_[32];  // "barvar" and a 64-bit index
+};
+
+// Text left-aligned in `width` columns, as "{:<20}" and "{:6s}" give it: the
+// texts are ASCII (quote_name escapes every other byte), so a byte is a
+// column. Longer texts are written whole.
+void put_padded(OutBuffer& ob, std::string_view text, std::size_t width) {
+  static constexpr std::string_view kBlanks = "                    ";
+  ob.append(text);
+  if (text.size() < width) ob.append(kBlanks.substr(0, width - text.size()));
+}
+
+// "      {:<20}: {:6s}" (variables) and "      {:20s}: {:6s}" (constraints)
+// give the same bytes: the row's name and status key.
+void put_row_head(OutBuffer& ob, std::string_view name, std::string_view key) {
+  ob.append("      ");
+  put_padded(ob, name, 20);
+  ob.append(": ");
+  put_padded(ob, key, 6);
 }
 
 // Status keys are not checked against the counts: a missing byte is "unk".
@@ -196,14 +221,13 @@ void write_objective(OutBuffer& ob, const SolutionItem& item) {
   ob.put('\n');
 }
 
-void write_variables(OutBuffer& ob, std::string& scratch, const Solution& s,
+void write_variables(OutBuffer& ob, DisplayName& names, const Solution& s,
                      const SolutionItem& item) {
   ob.append("    Variables\n");
   write_header(ob, "xx", "slx", "sux", "snx");
   for (std::int32_t j = 0; j < s.numvar; ++j) {
     const auto u = static_cast<std::uint64_t>(j);
-    fmt::format_to(ob.out(), FMT_COMPILE("      {:<20}: {:6s}"),
-                   display_name(scratch, s.var_names, s.numvar, j, "var"), key_name(item.skx, u));
+    put_row_head(ob, names.get(s.var_names, s.numvar, j, "var"), key_name(item.skx, u));
     value_column(ob, item.xx, u);
     value_column(ob, item.slx, u);
     value_column(ob, item.sux, u);
@@ -221,7 +245,7 @@ void write_variables(OutBuffer& ob, std::string& scratch, const Solution& s,
 // output; everything before it does (OutBuffer hands it over while the
 // exception unwinds). The matrix rows that would follow are never reached
 // and so have no code.
-void write_bar_variables(OutBuffer& ob, std::string& scratch, const Solution& s) {
+void write_bar_variables(OutBuffer& ob, DisplayName& names, const Solution& s) {
   ob.append("    BarVariables\n");
   const std::uint64_t packed = s.barvar_pattern.empty() ? 0 : s.barvar_pattern[0];
   // The added 1.0 makes n one more than the matrix order for a packed
@@ -230,20 +254,19 @@ void write_bar_variables(OutBuffer& ob, std::string& scratch, const Solution& s)
   const auto t = static_cast<std::uint64_t>(std::sqrt(static_cast<double>(radicand)) + 1.0);
   const std::uint64_t n = t / 2;
   fmt::format_to(ob.out(), FMT_COMPILE("      {}({}):\n"),
-                 display_name(scratch, s.barvar_names, s.numbarvar, 0, "barvar"), n);
+                 names.get(s.barvar_names, s.numbarvar, 0, "barvar"), n);
   const std::string header =
       fmt::format(fmt::runtime("        #{:<9s} {:24s} {:24s} {:24s}\n"), "index", "barx", "bars");
   ob.append(header);
 }
 
-void write_constraints(OutBuffer& ob, std::string& scratch, const Solution& s,
+void write_constraints(OutBuffer& ob, DisplayName& names, const Solution& s,
                        const SolutionItem& item) {
   ob.append("    Constraints\n");
   write_header(ob, "xc", "slc", "suc", "y");
   for (std::int32_t i = 0; i < s.numcon; ++i) {
     const auto u = static_cast<std::uint64_t>(i);
-    fmt::format_to(ob.out(), FMT_COMPILE("      {:20s}: {:6s}"),
-                   display_name(scratch, s.con_names, s.numcon, i, "con"), key_name(item.skc, u));
+    put_row_head(ob, names.get(s.con_names, s.numcon, i, "con"), key_name(item.skc, u));
     value_column(ob, item.xc, u);
     value_column(ob, item.slc, u);
     value_column(ob, item.suc, u);
@@ -256,7 +279,7 @@ void write_constraints(OutBuffer& ob, std::string& scratch, const Solution& s,
 // Every row of ACC a shows constraint a's name and status and doty[a]: the
 // ACC names, the ACC's own offset into doty and the row index are not used.
 // That is the report's layout, kept as it is.
-void write_affine_conic(OutBuffer& ob, std::string& scratch, const Solution& s,
+void write_affine_conic(OutBuffer& ob, DisplayName& names, const Solution& s,
                         const SolutionItem& item) {
   ob.append("    AffineConicConstraints\n");
   // A missing pattern entry counts as zero rows, so only ACCs with an entry
@@ -268,7 +291,7 @@ void write_affine_conic(OutBuffer& ob, std::string& scratch, const Solution& s,
     if (rows == 0) continue;
     // The name is produced once per ACC: its rows are identical.
     const std::string_view name =
-        display_name(scratch, s.con_names, s.numcon, static_cast<std::int64_t>(a), "con");
+        names.get(s.con_names, s.numcon, static_cast<std::int64_t>(a), "con");
     const char* key = key_name(item.skc, a);
     const bool has_value = a < item.doty.size();
     for (std::uint64_t r = 0; r < rows; ++r) {
@@ -288,7 +311,7 @@ void write_affine_conic(OutBuffer& ob, std::string& scratch, const Solution& s,
 
 void write_text_report(std::ostream& out, const Solution& solution) {
   OutBuffer ob(out.rdbuf());
-  std::string scratch;  // the display name of the current row
+  DisplayName names;
   ob.append("Solutions\n");
   for (const SolutionItem& item : solution.solutions) {
     ob.append("  Solution ");
@@ -299,10 +322,10 @@ void write_text_report(std::ostream& out, const Solution& solution) {
     const StatusNamePair pro = problem_status_names(item.prosta);
     fmt::format_to(ob.out(), FMT_COMPILE("    ProblemStatus {} {}\n"), pro.primal, pro.dual);
     write_objective(ob, item);
-    write_variables(ob, scratch, solution, item);
-    if (solution.numbarvar > 0) write_bar_variables(ob, scratch, solution);
-    write_constraints(ob, scratch, solution, item);
-    if (solution.numacc > 0) write_affine_conic(ob, scratch, solution, item);
+    write_variables(ob, names, solution, item);
+    if (solution.numbarvar > 0) write_bar_variables(ob, names, solution);
+    write_constraints(ob, names, solution, item);
+    if (solution.numacc > 0) write_affine_conic(ob, names, solution, item);
     ob.maybe_flush();
   }
   ob.flush();
