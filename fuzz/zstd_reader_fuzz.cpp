@@ -3,6 +3,8 @@
 #include <cstdint>  // std::uint8_t
 #include <vector>   // std::vector
 
+#include <zstd.h>  // ZSTD_DStreamOutSize
+
 #include "fuzz_util.h"
 #include "strix/errors.h"
 
@@ -29,8 +31,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       if (total > (std::uint64_t{64} << 20)) break;  // bombs: enough is enough
     }
   } catch (const strix::zstd::CompressionError&) {
-    // After an error the reader reports the end of the data.
-    if (reader.read(piece.data(), 1) != 0 || reader.getc() != -1) __builtin_trap();
+    // After an error the reader hands out at most what the failing call had
+    // decoded (one output buffer), then reports the end of the data.
+    std::uint64_t rest = 0;
+    for (std::uint64_t got; (got = reader.read(piece.data(), piece.size())) != 0;) rest += got;
+    if (rest > ZSTD_DStreamOutSize() || reader.getc() != -1) __builtin_trap();
   }
   return 0;
 }
