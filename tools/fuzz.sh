@@ -23,13 +23,15 @@ for t in "${targets[@]}"; do
   if [ "$mode" = keep ]; then
     work=out/fuzz-$t
     mkdir -p "$work"
+    seed=()
   else
     work=$(mktemp -d)
+    seed=(-seed=1)  # short runs in the test command start the same way each time
   fi
   echo "fuzzing $t for ${seconds}s"
   # stderr of the target (the reader's messages) is closed; libFuzzer's own
   # report still appears.
-  ./build-fuzz/fuzz/fuzz_"$t" -max_total_time="$seconds" -close_fd_mask=2 -timeout=10 \
+  ./build-fuzz/fuzz/fuzz_"$t" "${seed[@]}" -max_total_time="$seconds" -close_fd_mask=2 -timeout=10 \
     -rss_limit_mb=2048 -print_final_stats=1 -artifact_prefix=out/crash-"$t"- \
     "$work" fuzz/corpus/"$t" 2>&1 | grep -E '^(stat::number_of_executed_units|stat::average_exec_per_sec|==|SUMMARY|Done)' || true
   if ls out/crash-"$t"-* >/dev/null 2>&1; then

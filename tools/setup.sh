@@ -10,6 +10,7 @@ packages=(
   zstd gzip tar time                # independent tools the end-to-end tests check with
   python3 python3-jsonschema        # solution file builder, JSON schema validation
   clang-14 libclang-rt-14-dev       # libFuzzer targets
+  clang-format git                  # the formatting check
 )
 
 missing=()
