@@ -221,20 +221,26 @@ void write_objective(OutBuffer& ob, const SolutionItem& item) {
   ob.put('\n');
 }
 
+// The variable and constraint tables: a header, then one row per item with
+// its name, status key and four value columns.
+void write_rows(OutBuffer& ob, DisplayName& names, const NameList& list, std::int32_t count,
+                std::string_view default_prefix, const Array<std::uint8_t>& keys,
+                const std::array<const Array<double>*, 4>& columns) {
+  for (std::int32_t j = 0; j < count; ++j) {
+    const auto u = static_cast<std::uint64_t>(j);
+    put_row_head(ob, names.get(list, count, j, default_prefix), key_name(keys, u));
+    for (const Array<double>* values : columns) value_column(ob, *values, u);
+    ob.put('\n');
+    ob.maybe_flush();
+  }
+}
+
 void write_variables(OutBuffer& ob, DisplayName& names, const Solution& s,
                      const SolutionItem& item) {
   ob.append("    Variables\n");
   write_header(ob, "xx", "slx", "sux", "snx");
-  for (std::int32_t j = 0; j < s.numvar; ++j) {
-    const auto u = static_cast<std::uint64_t>(j);
-    put_row_head(ob, names.get(s.var_names, s.numvar, j, "var"), key_name(item.skx, u));
-    value_column(ob, item.xx, u);
-    value_column(ob, item.slx, u);
-    value_column(ob, item.sux, u);
-    value_column(ob, item.snx, u);
-    ob.put('\n');
-    ob.maybe_flush();
-  }
+  write_rows(ob, names, s.var_names, s.numvar, "var", item.skx,
+             {&item.xx, &item.slx, &item.sux, &item.snx});
 }
 
 // A report on a solution with bar variables ends inside this section, on
@@ -264,16 +270,8 @@ void write_constraints(OutBuffer& ob, DisplayName& names, const Solution& s,
                        const SolutionItem& item) {
   ob.append("    Constraints\n");
   write_header(ob, "xc", "slc", "suc", "y");
-  for (std::int32_t i = 0; i < s.numcon; ++i) {
-    const auto u = static_cast<std::uint64_t>(i);
-    put_row_head(ob, names.get(s.con_names, s.numcon, i, "con"), key_name(item.skc, u));
-    value_column(ob, item.xc, u);
-    value_column(ob, item.slc, u);
-    value_column(ob, item.suc, u);
-    value_column(ob, item.y, u);
-    ob.put('\n');
-    ob.maybe_flush();
-  }
+  write_rows(ob, names, s.con_names, s.numcon, "con", item.skc,
+             {&item.xc, &item.slc, &item.suc, &item.y});
 }
 
 // Every row of ACC a shows constraint a's name and status and doty[a]: the
