@@ -6,7 +6,6 @@
 #include <cstdint>    // fixed-width integers
 #include <string>     // quoted key names
 #include <utility>    // std::pair
-#include <vector>     // std::vector
 
 #include <fmt/compile.h>  // FMT_COMPILE
 #include <fmt/format.h>   // fmt::format_to

@@ -256,15 +256,4 @@ void OutBuffer::flush() {
   buf_.clear();
 }
 
-void OutBuffer::write_raw(const void* data, std::size_t n) {
-  if (n < kFlushAt) {
-    auto* p = static_cast<const char*>(data);
-    buf_.append(p, p + n);
-    maybe_flush();
-    return;
-  }
-  flush();
-  sink_->sputn(static_cast<const char*>(data), static_cast<std::streamsize>(n));
-}
-
 }  // namespace strix

@@ -153,7 +153,6 @@ class OutBuffer {
   OutBuffer(const OutBuffer&) = delete;
   OutBuffer& operator=(const OutBuffer&) = delete;
 
-  fmt::memory_buffer& buf() { return buf_; }
   auto out() { return fmt::appender(buf_); }
   void append(std::string_view s) { buf_.append(s.data(), s.data() + s.size()); }
   void put(char c) { buf_.push_back(c); }
@@ -162,8 +161,6 @@ class OutBuffer {
     if (buf_.size() >= kFlushAt) flush();
   }
   void flush();
-  // Writes n raw bytes after what is pending, without copying large blocks.
-  void write_raw(const void* data, std::size_t n);
 
  private:
   std::streambuf* sink_;

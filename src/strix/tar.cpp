@@ -7,7 +7,6 @@
 #include <iterator>   // std::back_inserter
 #include <limits>     // std::numeric_limits
 #include <utility>    // std::pair
-#include <vector>     // std::vector
 
 #include <fmt/compile.h>  // FMT_COMPILE
 #include <fmt/format.h>   // fmt::format_to
