@@ -1,8 +1,13 @@
 #include "strix/streams.h"
 
-#include <algorithm>  // std::min
-#include <cstring>    // std::memcpy
-#include <new>        // std::bad_alloc
+#include <algorithm>           // std::min
+#include <condition_variable>  // std::condition_variable
+#include <cstring>             // std::memcpy
+#include <exception>           // std::exception_ptr
+#include <mutex>               // std::mutex
+#include <new>                 // std::bad_alloc
+#include <system_error>        // std::system_error
+#include <thread>              // std::thread
 
 #include "strix/errors.h"
 
@@ -238,6 +243,48 @@ void streambuf::close() {
 
 // ------------------------------------------------------- buffered output
 
+namespace {
+// The result is deliberately ignored: a plain file that cannot be written
+// loses the bytes silently; compressing buffers throw on their own.
+void put_piece(std::streambuf* sink, fmt::memory_buffer& piece) {
+  sink->sputn(piece.data(), static_cast<std::streamsize>(piece.size()));
+}
+}  // namespace
+
+// The hand-over between the writer and the thread that passes pieces on.
+struct OutBuffer::Pipe {
+  std::mutex mutex;
+  std::condition_variable changed;
+  fmt::memory_buffer* piece = nullptr;  // handed over, not yet passed on
+  bool stop = false;
+  std::exception_ptr failure;
+  std::thread thread;
+
+  void run(std::streambuf* sink) {
+    std::unique_lock lock(mutex);
+    for (;;) {
+      changed.wait(lock, [&] { return piece != nullptr || stop; });
+      if (piece == nullptr) return;
+      if (!failure) {
+        lock.unlock();
+        std::exception_ptr caught;
+        try {
+          put_piece(sink, *piece);
+        } catch (...) {
+          caught = std::current_exception();
+        }
+        lock.lock();
+        failure = caught;
+      }
+      piece->clear();
+      piece = nullptr;
+      changed.notify_all();
+    }
+  }
+};
+
+OutBuffer::OutBuffer(std::streambuf* sink) : sink_(sink) {}
+
 OutBuffer::~OutBuffer() {
   // Writers flush at their end, where a failure can still reach the driver;
   // this one covers a writer that is left by an exception (what it formatted
@@ -246,14 +293,61 @@ OutBuffer::~OutBuffer() {
     flush();
   } catch (...) {
   }
+  if (pipe_) {
+    {
+      const std::lock_guard lock(pipe_->mutex);
+      pipe_->stop = true;
+    }
+    pipe_->changed.notify_all();
+    pipe_->thread.join();
+  }
+}
+
+void OutBuffer::wait_idle() {
+  std::unique_lock lock(pipe_->mutex);
+  pipe_->changed.wait(lock, [&] { return pipe_->piece == nullptr; });
+  if (pipe_->failure) std::rethrow_exception(pipe_->failure);
+}
+
+bool OutBuffer::start_pipe() {
+  if (no_thread_) return false;
+  auto pipe = std::make_unique<Pipe>();
+  try {
+    pipe->thread = std::thread([p = pipe.get(), sink = sink_] { p->run(sink); });
+  } catch (const std::system_error&) {
+    // No thread to be had: the pieces are written in turn, as they come.
+    no_thread_ = true;
+    return false;
+  }
+  pipe_ = std::move(pipe);
+  return true;
+}
+
+void OutBuffer::hand_over() {
+  if (buf_->size() == 0) return;
+  if (!pipe_ && !start_pipe()) {
+    put_piece(sink_, *buf_);
+    buf_->clear();
+    return;
+  }
+  wait_idle();
+  {
+    const std::lock_guard lock(pipe_->mutex);
+    pipe_->piece = buf_;
+  }
+  pipe_->changed.notify_all();
+  buf_ = buf_ == &pieces_[0] ? &pieces_[1] : &pieces_[0];
 }
 
 void OutBuffer::flush() {
-  if (buf_.size() == 0) return;
-  // The result is deliberately ignored: a plain file that cannot be written
-  // loses the bytes silently; compressing buffers throw on their own.
-  sink_->sputn(buf_.data(), static_cast<std::streamsize>(buf_.size()));
-  buf_.clear();
+  if (!pipe_) {
+    // No thread: for what fits in one piece, or when none could be started.
+    if (buf_->size() != 0) put_piece(sink_, *buf_);
+    buf_->clear();
+    return;
+  }
+  hand_over();
+  wait_idle();
 }
 
 }  // namespace strix

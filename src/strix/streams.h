@@ -7,6 +7,7 @@
 #include <cstddef>      // std::size_t
 #include <cstdint>      // std::uint64_t
 #include <cstdio>       // FILE
+#include <memory>       // std::unique_ptr
 #include <streambuf>    // std::streambuf
 #include <string_view>  // std::string_view
 #include <vector>       // std::vector
@@ -137,15 +138,23 @@ class streambuf : public std::streambuf {
 
 }  // namespace gzip
 
-// Output in large pieces: writers format into this memory buffer, which is
+// Output in large pieces: writers format into a memory buffer, which is
 // handed to the stream buffer whenever it passes kFlushAt bytes. Bytes go
 // through sputn directly, so a compressing buffer's failure reaches the
 // driver as its own exception.
+//
+// Once the first full piece is handed over, a second thread does the
+// handing: the writer formats the next piece while the last one is written
+// to the file or compressed. The pieces reach the stream buffer in order and
+// from one thread at a time; the stream buffer is not touched by the writer
+// until flush() has returned. A failure of the stream buffer is rethrown to
+// the writer at its next hand-over or flush, and nothing more is written
+// after it. A document smaller than one piece is written without a thread.
 class OutBuffer {
  public:
-  static constexpr std::size_t kFlushAt = 1 << 16;
+  static constexpr std::size_t kFlushAt = 1 << 18;
 
-  explicit OutBuffer(std::streambuf* sink) : sink_(sink) {}
+  explicit OutBuffer(std::streambuf* sink);
   // Hands over what is pending, swallowing failures: a writer calls flush()
   // itself at its end so that they reach the driver.
   ~OutBuffer();
@@ -153,18 +162,35 @@ class OutBuffer {
   OutBuffer(const OutBuffer&) = delete;
   OutBuffer& operator=(const OutBuffer&) = delete;
 
-  auto out() { return fmt::appender(buf_); }
-  void append(std::string_view s) { buf_.append(s.data(), s.data() + s.size()); }
-  void put(char c) { buf_.push_back(c); }
-  // Call between pieces of output: flushes once enough has gathered.
-  void maybe_flush() {
-    if (buf_.size() >= kFlushAt) flush();
+  auto out() { return fmt::appender(*buf_); }
+  void append(std::string_view s) { buf_->append(s.data(), s.data() + s.size()); }
+  void put(char c) { buf_->push_back(c); }
+  // Room for n more bytes at the end, to be written directly and then
+  // committed with the end of what was written.
+  char* room(std::size_t n) {
+    buf_->reserve(buf_->size() + n);
+    return buf_->data() + buf_->size();
   }
+  void commit(const char* end) { buf_->resize(static_cast<std::size_t>(end - buf_->data())); }
+  // Call between pieces of output: hands over once enough has gathered.
+  void maybe_flush() {
+    if (buf_->size() >= kFlushAt) hand_over();
+  }
+  // Hands over what is pending and waits until the stream buffer has it.
   void flush();
 
  private:
+  struct Pipe;
+
+  bool start_pipe();
+  void hand_over();
+  void wait_idle();
+
   std::streambuf* sink_;
-  fmt::memory_buffer buf_;
+  fmt::memory_buffer pieces_[2];
+  fmt::memory_buffer* buf_ = &pieces_[0];  // the piece being formatted
+  std::unique_ptr<Pipe> pipe_;             // started by the first hand-over
+  bool no_thread_ = false;
 };
 
 }  // namespace strix

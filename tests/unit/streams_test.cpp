@@ -4,6 +4,7 @@
 
 #include <algorithm>    // std::min
 #include <cstdint>      // fixed-width integers
+#include <cstring>      // std::memcpy
 #include <iterator>     // std::size
 #include <memory>       // std::unique_ptr
 #include <sstream>      // std::stringbuf
@@ -265,6 +266,89 @@ TEST(OutBuffer, FlushFailuresAndUnwinding) {
   }
   EXPECT_EQ(caught, 7);
   EXPECT_GT(target2.attempts, 0);  // the pending bytes were offered
+}
+
+// A target that keeps what it is given and throws on its n-th piece, as a
+// compressing buffer does when its own target fails.
+class FailingOnPieceBuf : public std::stringbuf {
+ public:
+  explicit FailingOnPieceBuf(int fail_on) : fail_on_(fail_on) {}
+  int pieces = 0;
+
+ protected:
+  std::streamsize xsputn(const char* s, std::streamsize n) override {
+    if (++pieces == fail_on_) throw strix::IOError{};
+    return std::stringbuf::xsputn(s, n);
+  }
+
+ private:
+  int fail_on_;
+};
+
+// Pieces of many sizes, handed over while the previous one is still being
+// written: the target gets every byte, in order.
+TEST(OutBuffer, PiecesArriveWholeAndInOrder) {
+  const std::string data = sample_bytes(5 * strix::OutBuffer::kFlushAt + 12345, 3);
+  std::stringbuf sink;
+  {
+    strix::OutBuffer ob(&sink);
+    std::size_t pos = 0;
+    for (std::size_t step = 1; pos < data.size(); step = step * 7 % 100003 + 1) {
+      const std::size_t n = std::min(step, data.size() - pos);
+      if (step % 3 == 0) {
+        char* out = ob.room(n);
+        std::memcpy(out, data.data() + pos, n);
+        ob.commit(out + n);
+      } else {
+        ob.append(std::string_view(data).substr(pos, n));
+      }
+      pos += n;
+      ob.maybe_flush();
+    }
+    ob.flush();
+    EXPECT_EQ(sink.str(), data);  // complete once flush() returns
+  }
+  EXPECT_EQ(sink.str(), data);
+}
+
+// A failure of the target reaches the writer at a later hand-over or at its
+// flush; after it nothing more is offered, also not by the destructor.
+TEST(OutBuffer, TargetFailureIsRethrownAndEndsTheOutput) {
+  const std::string piece(strix::OutBuffer::kFlushAt, 'x');
+  FailingOnPieceBuf sink(2);
+  bool thrown = false;
+  {
+    strix::OutBuffer ob(&sink);
+    try {
+      for (int i = 0; i < 6; ++i) {
+        ob.append(piece);
+        ob.maybe_flush();
+      }
+      ob.flush();
+    } catch (const strix::IOError&) {
+      thrown = true;
+    }
+    ob.append("more");
+  }
+  EXPECT_TRUE(thrown);
+  EXPECT_EQ(sink.pieces, 2);
+  EXPECT_EQ(sink.str(), piece);
+}
+
+// A writer left by its own exception after pieces were handed over: what it
+// formatted is still written, in order.
+TEST(OutBuffer, UnwindingWriterKeepsItsOutput) {
+  const std::string data = sample_bytes(3 * strix::OutBuffer::kFlushAt, 5);
+  std::stringbuf sink;
+  try {
+    strix::OutBuffer ob(&sink);
+    ob.append(data);
+    ob.maybe_flush();
+    ob.append("tail");
+    throw 7;
+  } catch (int) {
+  }
+  EXPECT_EQ(sink.str(), data + "tail");
 }
 
 }  // namespace
