@@ -2,7 +2,7 @@
 
 #include <algorithm>  // std::min
 #include <array>      // escape table
-#include <cstddef>    // std::size_t
+#include <cstddef>    // std::size_t, std::ptrdiff_t
 #include <cstdint>    // fixed-width integers
 #include <string>     // quoted key names
 #include <utility>    // std::pair
@@ -10,7 +10,8 @@
 #include <fmt/compile.h>  // FMT_COMPILE
 #include <fmt/format.h>   // fmt::format_to
 
-#include "strix/report.h"  // status_key_name
+#include "strix/numbers.h"  // format_shortest
+#include "strix/report.h"   // status_key_name
 #include "strix/solution.h"
 #include "strix/streams.h"  // OutBuffer
 
@@ -92,13 +93,24 @@ void put_status_keys(OutBuffer& ob, std::string_view key, const Array<std::uint8
   ob.put(']');
 }
 
-// Appends values [first, last) separated by ",".
+// Appends values [first, last) as "{}" gives them, separated by ",".
 void put_values(OutBuffer& ob, const double* first, const double* last) {
-  if (first == last) return;
-  fmt::format_to(ob.out(), FMT_COMPILE("{}"), *first);
-  for (++first; first != last; ++first) {
-    fmt::format_to(ob.out(), FMT_COMPILE(",{}"), *first);
+  // Formatted straight into the buffer, a batch at a time.
+  constexpr std::ptrdiff_t kBatch = 1024;
+  const char* separator = "";
+  while (first != last) {
+    const double* const end = first + std::min(last - first, kBatch);
+    char* out =
+        ob.room(static_cast<std::size_t>(end - first) * (1 + kMaxShortestSize) + kShortestRoom);
+    if (*separator != 0) *out++ = ',';
+    out = format_shortest(out, *first);
+    for (++first; first != end; ++first) {
+      *out++ = ',';
+      out = format_shortest(out, *first);
+    }
+    ob.commit(out);
     ob.maybe_flush();
+    separator = ",";
   }
 }
 

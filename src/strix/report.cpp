@@ -5,6 +5,7 @@
 #include <cmath>      // std::sqrt
 #include <cstddef>    // std::size_t
 #include <cstdint>    // fixed-width integers
+#include <cstring>    // std::memcpy
 #include <iterator>   // std::back_inserter
 #include <string>     // quoted display names
 #include <utility>    // std::pair
@@ -13,6 +14,7 @@
 #include <fmt/compile.h>  // FMT_COMPILE
 #include <fmt/format.h>   // fmt::format, fmt::runtime
 
+#include "strix/numbers.h"
 #include "strix/solution.h"
 #include "strix/streams.h"
 
@@ -169,19 +171,12 @@ class DisplayName {
 // Text left-aligned in `width` columns, as "{:<20}" and "{:6s}" give it: the
 // texts are ASCII (quote_name escapes every other byte), so a byte is a
 // column. Longer texts are written whole.
-void put_padded(OutBuffer& ob, std::string_view text, std::size_t width) {
-  static constexpr std::string_view kBlanks = "                    ";
-  ob.append(text);
-  if (text.size() < width) ob.append(kBlanks.substr(0, width - text.size()));
-}
-
-// "      {:<20}: {:6s}" (variables) and "      {:20s}: {:6s}" (constraints)
-// give the same bytes: the row's name and status key.
-void put_row_head(OutBuffer& ob, std::string_view name, std::string_view key) {
-  ob.append("      ");
-  put_padded(ob, name, 20);
-  ob.append(": ");
-  put_padded(ob, key, 6);
+char* put_padded(char* out, std::string_view text, std::size_t width) {
+  std::memcpy(out, text.data(), text.size());
+  out += text.size();
+  if (text.size() >= width) return out;
+  std::memset(out, ' ', width - text.size());
+  return out + (width - text.size());
 }
 
 // Status keys are not checked against the counts: a missing byte is "unk".
@@ -189,14 +184,13 @@ const char* key_name(const Array<std::uint8_t>& keys, std::uint64_t i) {
   return i < keys.size() ? status_key_name(keys[i]) : "unk";
 }
 
-// One value column of a variable or constraint row; an absent vector, or one
-// too short for this row, shows a right-aligned dot.
-void value_column(OutBuffer& ob, const Array<double>& values, std::uint64_t i) {
-  if (i < values.size()) {
-    fmt::format_to(ob.out(), FMT_COMPILE(" {:24.16g}"), values[i]);
-  } else {
-    fmt::format_to(ob.out(), FMT_COMPILE(" {:>24s}"), ".");
-  }
+// A value column, or a right-aligned dot where the vector is absent or too
+// short for the row.
+char* put_value(char* out, const Array<double>& values, std::uint64_t i) {
+  if (i < values.size()) return format_value_column(out, values[i]);
+  std::memset(out, ' ', kValueColumnWidth - 1);
+  out[kValueColumnWidth - 1] = '.';
+  return out + kValueColumnWidth;
 }
 
 void write_header(OutBuffer& ob, const char* c1, const char* c2, const char* c3, const char* c4) {
@@ -222,15 +216,29 @@ void write_objective(OutBuffer& ob, const SolutionItem& item) {
 }
 
 // The variable and constraint tables: a header, then one row per item with
-// its name, status key and four value columns.
+// its name, status key and four value columns. "      {:<20}: {:6s}"
+// (variables) and "      {:20s}: {:6s}" (constraints) give the same row
+// head; each column is " {:24.16g}".
 void write_rows(OutBuffer& ob, DisplayName& names, const NameList& list, std::int32_t count,
                 std::string_view default_prefix, const Array<std::uint8_t>& keys,
                 const std::array<const Array<double>*, 4>& columns) {
   for (std::int32_t j = 0; j < count; ++j) {
     const auto u = static_cast<std::uint64_t>(j);
-    put_row_head(ob, names.get(list, count, j, default_prefix), key_name(keys, u));
-    for (const Array<double>* values : columns) value_column(ob, *values, u);
-    ob.put('\n');
+    const std::string_view name = names.get(list, count, j, default_prefix);
+    const std::string_view key = key_name(keys, u);
+    char* out = ob.room(6 + std::max<std::size_t>(name.size(), 20) + 2 +
+                        std::max<std::size_t>(key.size(), 6) + 4 * (1 + kValueColumnWidth) + 1);
+    std::memset(out, ' ', 6);
+    out = put_padded(out + 6, name, 20);
+    *out++ = ':';
+    *out++ = ' ';
+    out = put_padded(out, key, 6);
+    for (const Array<double>* values : columns) {
+      *out++ = ' ';
+      out = put_value(out, *values, u);
+    }
+    *out++ = '\n';
+    ob.commit(out);
     ob.maybe_flush();
   }
 }
@@ -292,14 +300,28 @@ void write_affine_conic(OutBuffer& ob, DisplayName& names, const Solution& s,
         names.get(s.con_names, s.numcon, static_cast<std::int64_t>(a), "con");
     const char* key = key_name(item.skc, a);
     const bool has_value = a < item.doty.size();
+    // "    {}: {:6s} " and "{:24.16g}", or "{:24s}" of a dot (left-aligned).
+    char value[kValueColumnWidth];
+    if (has_value) {
+      format_value_column(value, item.doty[a]);
+    } else {
+      put_padded(value, ".", kValueColumnWidth);
+    }
     for (std::uint64_t r = 0; r < rows; ++r) {
-      fmt::format_to(ob.out(), FMT_COMPILE("    {}: {:6s} "), name, key);
-      if (has_value) {
-        fmt::format_to(ob.out(), FMT_COMPILE("{:24.16g}"), item.doty[a]);
-      } else {
-        fmt::format_to(ob.out(), FMT_COMPILE("{:24s}"), ".");
-      }
-      ob.put('\n');
+      char* out = ob.room(4 + name.size() + 2 + std::max<std::size_t>(std::strlen(key), 6) + 1 +
+                          kValueColumnWidth + 1);
+      std::memset(out, ' ', 4);
+      out += 4;
+      std::memcpy(out, name.data(), name.size());
+      out += name.size();
+      *out++ = ':';
+      *out++ = ' ';
+      out = put_padded(out, key, 6);
+      *out++ = ' ';
+      std::memcpy(out, value, kValueColumnWidth);
+      out += kValueColumnWidth;
+      *out++ = '\n';
+      ob.commit(out);
       ob.maybe_flush();
     }
   }

@@ -1,18 +1,13 @@
 // Status names and the text report's rules that whole reports through the
 // binary do not reach. Blank runs are spelled B(n), with n counted from the
 // field widths as the comments show.
-#include <cfloat>       // DBL_MIN, DBL_MAX
 #include <cstdint>      // fixed-width integers
-#include <cstring>      // std::memcpy
-#include <limits>       // infinities, subnormals
-#include <random>       // std::mt19937_64
 #include <sstream>      // std::ostringstream
 #include <string>       // std::string
 #include <string_view>  // std::string_view
 #include <utility>      // std::pair
 #include <vector>       // std::vector
 
-#include <fmt/compile.h>
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
@@ -124,32 +119,6 @@ TEST(QuoteName, EscapesInTheReportsOwnStyle) {
     std::string out = "prefix:";  // appends, never replaces
     quote_name(out, name);
     EXPECT_EQ(out, "prefix:" + quoted);
-  }
-}
-
-// The report formats numbers with compiled format strings; they must give the
-// bytes of the same strings parsed at run time.
-TEST(NumberFormat, CompiledMatchesRuntime) {
-  constexpr double inf = std::numeric_limits<double>::infinity();
-  const double nan = std::numeric_limits<double>::quiet_NaN();
-  std::vector<double> values = {0.0, -0.0, inf, -inf, nan, -nan, 1e15, 1e16, 1e-4, 1e-5};
-  // The smallest and largest subnormals, then the normal extremes.
-  values.insert(values.end(), {4.9e-324, -4.9e-324, 2.2250738585072009e-308});
-  values.insert(values.end(), {DBL_MIN, DBL_MAX, -DBL_MAX, 123456789012345678.0});
-  std::mt19937_64 rng(20240521);
-  std::uniform_real_distribution<double> uniform(-1e6, 1e6);
-  for (int i = 0; i < 100000; ++i) {
-    const std::uint64_t bits = rng();
-    double d;
-    std::memcpy(&d, &bits, sizeof d);  // any bit pattern, NaN payloads included
-    values.push_back(d);
-    values.push_back(uniform(rng));
-  }
-  for (double v : values) {
-    ASSERT_EQ(fmt::format(FMT_COMPILE("{:24.16g}"), v), fmt::format(fmt::runtime("{:24.16g}"), v))
-        << fmt::format("{:a}", v);
-    ASSERT_EQ(fmt::format(FMT_COMPILE("{:.16g}"), v), fmt::format(fmt::runtime("{:.16g}"), v))
-        << fmt::format("{:a}", v);
   }
 }
 
