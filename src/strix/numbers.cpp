@@ -31,10 +31,11 @@ void put_eight_digits(char* out, std::uint32_t x) {
   put_pair(out + 6, lo % 100);
 }
 
-// Significant digits as the layout takes them: the digits, then '0's up to
-// kDigitsSize, so that the layout copies fixed-size pieces (a copy of a
-// known size is a few moves, a copy of a variable size a library call).
-constexpr std::size_t kDigitsSize = 48;
+// Significant digits as the layout takes them: the digits, then '0's, in
+// all kDigitsRead bytes from the first digit. The layout copies pieces of a
+// fixed size (a few moves, where a copy of variable size is a library
+// call), and the '0's after the digits complete a whole number.
+constexpr std::size_t kDigitsRead = 32;
 // What the layout may write from its start: the text (at most 24 bytes)
 // plus scratch bytes of its fixed-size copies past the text's end.
 constexpr std::size_t kLayoutRoom = 40;
@@ -112,16 +113,23 @@ char* format_shortest(char* out, double value) {
     return text;
   }
   const auto decimal = fmt::detail::dragonbox::to_decimal(value);
-  // At most 17 digits: written into a 17-digit field, used from the first
-  // significant one.
+  // At most 17 digits, right-aligned in a 17-digit field; only as many
+  // groups are written as the significand has (round values have few).
   const std::uint64_t s = decimal.significand;
-  char field[17 + kDigitsSize];
-  field[0] = static_cast<char>('0' + s / 10000000000000000);
-  const std::uint64_t rest = s % 10000000000000000;
-  put_eight_digits(field + 1, static_cast<std::uint32_t>(rest / 100000000));
-  put_eight_digits(field + 9, static_cast<std::uint32_t>(rest % 100000000));
-  std::memset(field + 17, '0', kDigitsSize);
   const int n = count_digits(s);
+  char field[17 + kDigitsRead];
+  std::memset(field + 17, '0', kDigitsRead);
+  if (n <= 4) {
+    put_pair(field + 13, static_cast<unsigned>(s / 100));
+    put_pair(field + 15, static_cast<unsigned>(s % 100));
+  } else if (n <= 8) {
+    put_eight_digits(field + 9, static_cast<std::uint32_t>(s));
+  } else {
+    const std::uint64_t high = s / 100000000;
+    put_eight_digits(field + 9, static_cast<std::uint32_t>(s % 100000000));
+    put_eight_digits(field + 1, static_cast<std::uint32_t>(high % 100000000));
+    field[0] = static_cast<char>('0' + high / 100000000);
+  }
   return lay_out(text, field + 17 - n, n, decimal.exponent + n - 1);
 }
 
@@ -257,10 +265,10 @@ char* format_value_column(char* out, double value) {
   std::uint64_t q;
   int exp;
   if (round_to_16_digits(value, q, exp)) {
-    char digits[kDigitsSize];
+    char digits[kDigitsRead];
     put_eight_digits(digits, static_cast<std::uint32_t>(q / 100000000));
     put_eight_digits(digits + 8, static_cast<std::uint32_t>(q % 100000000));
-    std::memset(digits + 16, '0', kDigitsSize - 16);
+    std::memset(digits + 16, '0', kDigitsRead - 16);
     int n = 16;
     while (digits[n - 1] == '0') --n;  // the first digit is never 0
     end = lay_out(end, digits, n, exp);
