@@ -21,8 +21,9 @@ constexpr std::size_t kBlock = 4096;  // chunk data moves through one such block
 // come out exactly as block by block).
 constexpr std::uint64_t kPiece = std::uint64_t{1} << 20;
 // Protection against hostile sizes: a count or length prefix in the file
-// reserves at most this much before its data has arrived; beyond it the
-// vector grows with the bytes actually read.
+// reserves at most this much, or what the rest of the input can hold where
+// its size is known, before its data has arrived; beyond it the vector
+// grows with the bytes actually read.
 constexpr std::uint64_t kFirstReserveBytes = std::uint64_t{8} << 20;
 
 unsigned char read_u8(Reader& in) {
@@ -54,8 +55,13 @@ void read_chunks(Reader& in, Keep keep) {
 template <typename Vec>
 void read_plain(Reader& in, Vec& out, std::uint64_t bytes, std::uint64_t expected) {
   using T = typename Vec::value_type;
-  const std::uint64_t first =
-      std::min({expected, bytes / sizeof(T), kFirstReserveBytes / sizeof(T)});
+  // Where the input's size is known, a length the rest of the input can
+  // hold is reserved whole; the array is then filled without moving.
+  const std::uint64_t remaining = in.remaining_bound();
+  const std::uint64_t cap = remaining == Reader::kUnknownRemaining
+                                ? kFirstReserveBytes
+                                : std::max(kFirstReserveBytes, remaining);
+  const std::uint64_t first = std::min({expected, bytes / sizeof(T), cap / sizeof(T)});
   out.reserve(out.size() + first);
   while (bytes > 0) {
     const std::uint64_t want = std::min(bytes, kPiece);

@@ -7,8 +7,11 @@
 #include <limits>       // quiet NaN
 #include <list>         // std::list
 #include <memory>       // std::unique_ptr
+#include <new>          // placement new
 #include <string>       // std::string
 #include <string_view>  // std::string_view
+#include <type_traits>  // std::is_nothrow_default_constructible_v
+#include <utility>      // std::forward
 #include <vector>       // std::vector
 
 namespace strix {
@@ -30,6 +33,17 @@ struct BulkAllocator {
   BulkAllocator(const BulkAllocator<U>&) noexcept {}
   T* allocate(std::size_t n) { return static_cast<T*>(allocate_bulk(n * sizeof(T))); }
   void deallocate(T* p, std::size_t) noexcept { free_bulk(p); }
+  // Elements added by resize() are left uninitialised: the reader resizes
+  // to read into the new room and cuts back to what arrived, so zeroing
+  // them first would only cost a pass over every array.
+  template <typename U>
+  void construct(U* p) noexcept(std::is_nothrow_default_constructible_v<U>) {
+    ::new (static_cast<void*>(p)) U;
+  }
+  template <typename U, typename... Args>
+  void construct(U* p, Args&&... args) {
+    ::new (static_cast<void*>(p)) U(std::forward<Args>(args)...);
+  }
   template <typename U>
   bool operator==(const BulkAllocator<U>&) const noexcept {
     return true;

@@ -9,6 +9,8 @@
 #include <system_error>        // std::system_error
 #include <thread>              // std::thread
 
+#include <sys/stat.h>  // fstat
+
 #include "strix/errors.h"
 
 namespace strix {
@@ -34,6 +36,14 @@ std::uint64_t FDescReader::read(void* dst, std::uint64_t n) {
 
 int FDescReader::getc() {
   return std::fgetc(file_);
+}
+
+std::uint64_t FDescReader::remaining_bound() {
+  struct stat st;
+  if (fstat(fileno(file_), &st) != 0 || !S_ISREG(st.st_mode)) return kUnknownRemaining;
+  const off_t pos = ftello(file_);
+  if (pos < 0 || pos > st.st_size) return kUnknownRemaining;
+  return static_cast<std::uint64_t>(st.st_size - pos);
 }
 
 FileReader::~FileReader() {

@@ -25,6 +25,10 @@ class Reader {
   virtual std::uint64_t read(void* dst, std::uint64_t n) = 0;
   // The next byte, or -1 at the end of the data.
   virtual int getc() = 0;
+  // At most how many more bytes read() can deliver, or kUnknownRemaining.
+  // Only a sizing hint: nothing relies on the data being there.
+  static constexpr std::uint64_t kUnknownRemaining = ~std::uint64_t{0};
+  virtual std::uint64_t remaining_bound() { return kUnknownRemaining; }
   virtual ~Reader() = default;
 };
 
@@ -34,6 +38,8 @@ class FDescReader : public Reader {
   explicit FDescReader(std::FILE* file) : file_(file) {}
   std::uint64_t read(void* dst, std::uint64_t n) override;
   int getc() override;
+  // Known for a regular file (also one given as standard input).
+  std::uint64_t remaining_bound() override;
 
   FDescReader(const FDescReader&) = delete;
   FDescReader& operator=(const FDescReader&) = delete;

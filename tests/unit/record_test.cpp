@@ -11,6 +11,8 @@
 
 #include <gtest/gtest.h>
 
+#include "strix/solution.h"  // Array
+#include "strix/streams.h"
 #include "test_util.h"
 
 namespace {
@@ -115,6 +117,53 @@ TEST(TypedArrays, PartialAndTruncatedData) {
     strix::read_bytes(in2, s);
     EXPECT_EQ(s, "abc");
     EXPECT_LT(s.capacity(), std::size_t{64} << 20);
+  }
+}
+
+// A reader that knows how much is left, as a plain input file does.
+class SizedReader : public StringReader {
+ public:
+  explicit SizedReader(const std::string& data) : StringReader(data), size_(data.size()) {}
+  std::uint64_t remaining_bound() override { return size_ - position(); }
+
+ private:
+  std::uint64_t size_;
+};
+
+// Where the input's size is known, an array the rest of the input can hold
+// is reserved whole before its data is read: one allocation, no moves. A
+// length the input cannot hold reserves no more than without a size.
+TEST(TypedArrays, ReservationFollowsTheKnownInputSize) {
+  constexpr std::uint64_t n = 2500000;             // 20,000,000 bytes: past the first reservation
+  const std::string prefix = "\x61\x31\x2D\x00"s;  // 0b011: three further bytes
+  std::string data = prefix;
+  for (std::uint64_t i = 0; i < n; ++i) {
+    const auto d = static_cast<double>(i);
+    data.append(reinterpret_cast<const char*>(&d), sizeof d);
+  }
+  const auto expect_counting = [&](const strix::Array<double>& out) {
+    ASSERT_EQ(out.size(), n);
+    for (std::uint64_t i = 0; i < n; ++i) ASSERT_EQ(out[i], static_cast<double>(i)) << i;
+  };
+  {
+    SizedReader in(data);
+    strix::Array<double> out;
+    strix::read_f64_array(in, out, n);
+    expect_counting(out);
+    EXPECT_EQ(out.capacity(), n);
+  }
+  {
+    StringReader in(data);  // size unknown: grows with the data, same elements
+    strix::Array<double> out;
+    strix::read_f64_array(in, out, n);
+    expect_counting(out);
+  }
+  {
+    SizedReader in(prefix + std::string(100, '\x3F'));
+    strix::Array<double> out;
+    strix::read_f64_array(in, out, n);
+    EXPECT_EQ(out.size(), 12u);
+    EXPECT_LE(out.capacity(), (std::size_t{8} << 20) / sizeof(double));
   }
 }
 

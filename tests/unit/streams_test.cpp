@@ -4,6 +4,7 @@
 
 #include <algorithm>    // std::min
 #include <cstdint>      // fixed-width integers
+#include <cstdio>       // std::tmpfile
 #include <cstring>      // std::memcpy
 #include <iterator>     // std::size
 #include <memory>       // std::unique_ptr
@@ -13,8 +14,9 @@
 #include <string_view>  // std::string_view
 
 #include <gtest/gtest.h>
-#include <zlib.h>  // inflate
-#include <zstd.h>  // ZSTD_compress, ZSTD_decompress
+#include <unistd.h>  // pipe
+#include <zlib.h>    // inflate
+#include <zstd.h>    // ZSTD_compress, ZSTD_decompress
 
 #include "strix/errors.h"
 #include "test_util.h"
@@ -119,6 +121,29 @@ class RefusingBuf : public std::streambuf {
     return 0;
   }
 };
+
+// What is left of a regular file is known, also after reads; a pipe's is not.
+TEST(FDescReader, RemainingBound) {
+  std::FILE* file = std::tmpfile();
+  ASSERT_NE(file, nullptr);
+  const std::string data = sample_bytes(100000, 1);
+  ASSERT_EQ(std::fwrite(data.data(), 1, data.size(), file), data.size());
+  std::rewind(file);
+  strix::FileReader in(file);
+  EXPECT_EQ(in.remaining_bound(), data.size());
+  char buf[1000];
+  ASSERT_EQ(in.read(buf, 10), 10u);
+  ASSERT_EQ(in.getc(), static_cast<unsigned char>(data[10]));
+  EXPECT_EQ(in.remaining_bound(), data.size() - 11);
+
+  int fds[2];
+  ASSERT_EQ(pipe(fds), 0);
+  std::FILE* end = fdopen(fds[0], "rb");
+  ASSERT_NE(end, nullptr);
+  close(fds[1]);
+  strix::FileReader from_pipe(end);
+  EXPECT_EQ(from_pipe.remaining_bound(), strix::Reader::kUnknownRemaining);
+}
 
 TEST(ZstdReader, EmptyInputAndEmptyRequests) {
   char buf[8];
