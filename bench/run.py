@@ -7,7 +7,7 @@ compiled format into memory (JSON, text), copying the file with cp (task
 archive, .b copy), and the zstd and zlib libraries alone (compressed forms).
 Peak resident memory comes from wait4 of each child.
 
-    python3 bench/run.py [--numvar N] [--numcon M] [--runs 3] [--report FILE]
+    python3 bench/run.py [--numvar N] [--numcon M] [--runs 5] [--report FILE]
 """
 
 import argparse
@@ -30,10 +30,16 @@ import solgen  # noqa: E402
 FORMS = [".json", ".txt", ".task", ".b", ".json.zst", ".json.gz", ".task.zst"]
 
 
-def timed(cmd):
-    """Runs cmd; returns (wall seconds, peak RSS in MB). The peak comes from
-    /usr/bin/time: a child forked from this (large) interpreter would count
-    the interpreter's pages in its own peak."""
+def timed(cmd, out):
+    """Runs cmd, which writes the file out; returns (wall seconds, peak RSS in
+    MB). Every run writes a new file: the previous output is removed and the
+    file system synced before the clock starts, so neither dropping old pages
+    nor the background writeback of earlier runs lands in a measurement. The
+    peak comes from /usr/bin/time: a child forked from this (large)
+    interpreter would count the interpreter's pages in its own peak."""
+    if os.path.exists(out):
+        os.remove(out)
+    os.sync()
     with tempfile.NamedTemporaryFile("r") as rss:
         start = time.perf_counter()
         proc = subprocess.run(["/usr/bin/time", "-o", rss.name, "-f", "%M", *cmd],
@@ -44,8 +50,8 @@ def timed(cmd):
         return wall, int(rss.read().split()[-1]) / 1024.0
 
 
-def median_run(cmd, runs):
-    results = [timed(cmd) for _ in range(runs)]
+def median_run(cmd, out, runs):
+    results = [timed(cmd, out) for _ in range(runs)]
     return statistics.median(r[0] for r in results), max(r[1] for r in results)
 
 
@@ -79,7 +85,7 @@ def machine():
     return f"{platform.node()}: {cpu}, {os.cpu_count()} cores, {platform.system()} {platform.release()}"
 
 
-def bench_file(label, path, vectors_mb, strix, floors, work, runs):
+def bench_file(label, path, vectors_mb, doubles, strix, floors, work, runs):
     size_mb = os.path.getsize(path) / 1e6
     rows, checks = [], []
 
@@ -88,13 +94,13 @@ def bench_file(label, path, vectors_mb, strix, floors, work, runs):
 
     times = {}
     for form in FORMS:
-        wall, rss = median_run([strix, path, out(form)], runs)
+        wall, rss = median_run([strix, path, out(form)], out(form), runs)
         times[form] = wall
         rows.append((form, wall, size_mb / wall, rss))
     # .b.zst input, decompressed to a .b copy
     zin = os.path.join(work, "in.b.zst")
     subprocess.run(["zstd", "-q", "-f", "-3", path, "-o", zin], check=True)
-    wall, rss = median_run([strix, zin, out(".b")], runs)
+    wall, rss = median_run([strix, zin, out(".b")], out(".b"), runs)
     times["in.zst"] = wall
     rows.append((".b.zst -> .b", wall, size_mb / wall, rss))
 
@@ -107,7 +113,7 @@ def bench_file(label, path, vectors_mb, strix, floors, work, runs):
         "zstd task (lib)": floor_seconds(floors, "zstd", out(".task"), runs),
     }
     cp_dst = os.path.join(work, "cp.b")
-    fl["cp"] = statistics.median(timed(["cp", path, cp_dst])[0] for _ in range(runs))
+    fl["cp"] = median_run(["cp", path, cp_dst], cp_dst, runs)[0]
 
     def check(name, ratio, limit):
         checks.append((name, ratio, limit, "ok" if ratio <= limit else "OVER"))
@@ -133,8 +139,10 @@ def bench_file(label, path, vectors_mb, strix, floors, work, runs):
 
     lines = [f"### {label}: {os.path.basename(path)}, {size_mb:.1f} MB, "
              f"{vectors_mb:.1f} MB of vectors", "",
-             "| conversion | median s | MB/s of input | peak RSS MB |", "|---|---|---|---|"]
-    lines += [f"| {f} | {w:.3f} | {m:.0f} | {r:.1f} |" for f, w, m, r in rows]
+             "| conversion | median s | MB/s of input | M doubles/s | peak RSS MB |",
+             "|---|---|---|---|---|"]
+    lines += [f"| {f} | {w:.3f} | {m:.0f} | {doubles / w / 1e6:.1f} | {r:.1f} |"
+              for f, w, m, r in rows]
     lines += ["", "| floor | median s |", "|---|---|"]
     lines += [f"| {k} | {v:.3f} |" for k, v in fl.items()]
     lines += ["", "| ratio | measured | target | |", "|---|---|---|---|"]
@@ -146,7 +154,7 @@ def main():
     p = argparse.ArgumentParser(description="strix conversion benchmark")
     p.add_argument("--numvar", type=int, default=2_000_000)
     p.add_argument("--numcon", type=int, default=1_000_000)
-    p.add_argument("--runs", type=int, default=3)
+    p.add_argument("--runs", type=int, default=5)
     p.add_argument("--build", default=os.path.join(ROOT, "build-bench"))
     p.add_argument("--report", help="also write the results (markdown) to this file")
     args = p.parse_args()
@@ -163,7 +171,8 @@ def main():
             path = os.path.join(work, "round.b" if round_values else "real.b")
             with open(path, "wb") as f:
                 f.write(solgen.large(n, m, round_values).to_bytes())
-            text, good = bench_file(label, path, vectors_mb, strix, floors, work, args.runs)
+            text, good = bench_file(label, path, vectors_mb, 4 * (n + m), strix, floors, work,
+                                    args.runs)
             ok &= good
             report.append(text)
             print(text, flush=True)
