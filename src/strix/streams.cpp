@@ -313,10 +313,31 @@ OutBuffer::~OutBuffer() {
   }
 }
 
+// After a failure of the stream buffer nothing more is offered to it: what
+// is pending is dropped and the failure is thrown again.
+void OutBuffer::rethrow_failure() {
+  if (!failure_) return;
+  buf_->clear();
+  std::rethrow_exception(failure_);
+}
+
+void OutBuffer::write_here() {
+  try {
+    put_piece(sink_, *buf_);
+  } catch (...) {
+    failure_ = std::current_exception();
+  }
+  buf_->clear();
+  rethrow_failure();
+}
+
 void OutBuffer::wait_idle() {
-  std::unique_lock lock(pipe_->mutex);
-  pipe_->changed.wait(lock, [&] { return pipe_->piece == nullptr; });
-  if (pipe_->failure) std::rethrow_exception(pipe_->failure);
+  {
+    std::unique_lock lock(pipe_->mutex);
+    pipe_->changed.wait(lock, [&] { return pipe_->piece == nullptr; });
+    failure_ = pipe_->failure;
+  }
+  rethrow_failure();
 }
 
 bool OutBuffer::start_pipe() {
@@ -334,10 +355,10 @@ bool OutBuffer::start_pipe() {
 }
 
 void OutBuffer::hand_over() {
+  rethrow_failure();
   if (buf_->size() == 0) return;
   if (!pipe_ && !start_pipe()) {
-    put_piece(sink_, *buf_);
-    buf_->clear();
+    write_here();
     return;
   }
   wait_idle();
@@ -350,10 +371,10 @@ void OutBuffer::hand_over() {
 }
 
 void OutBuffer::flush() {
+  rethrow_failure();
   if (!pipe_) {
     // No thread: for what fits in one piece, or when none could be started.
-    if (buf_->size() != 0) put_piece(sink_, *buf_);
-    buf_->clear();
+    if (buf_->size() != 0) write_here();
     return;
   }
   hand_over();

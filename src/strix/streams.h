@@ -7,6 +7,7 @@
 #include <cstddef>      // std::size_t
 #include <cstdint>      // std::uint64_t
 #include <cstdio>       // FILE
+#include <exception>    // std::exception_ptr
 #include <memory>       // std::unique_ptr
 #include <streambuf>    // std::streambuf
 #include <string_view>  // std::string_view
@@ -152,10 +153,10 @@ class streambuf : public std::streambuf {
 // Once the first full piece is handed over, a second thread does the
 // handing: the writer formats the next piece while the last one is written
 // to the file or compressed. The pieces reach the stream buffer in order and
-// from one thread at a time; the stream buffer is not touched by the writer
-// until flush() has returned. A failure of the stream buffer is rethrown to
-// the writer at its next hand-over or flush, and nothing more is written
-// after it. A document smaller than one piece is written without a thread.
+// from one thread at a time; when flush() returns, that thread is done with
+// it. A failure of the stream buffer is rethrown to the writer at its next
+// hand-over or flush, and nothing more is offered to it after that. A
+// document smaller than one piece is written without a thread.
 class OutBuffer {
  public:
   static constexpr std::size_t kFlushAt = 1 << 18;
@@ -191,12 +192,15 @@ class OutBuffer {
   bool start_pipe();
   void hand_over();
   void wait_idle();
+  void write_here();
+  void rethrow_failure();
 
   std::streambuf* sink_;
   fmt::memory_buffer pieces_[2];
   fmt::memory_buffer* buf_ = &pieces_[0];  // the piece being formatted
   std::unique_ptr<Pipe> pipe_;             // started by the first hand-over
   bool no_thread_ = false;
+  std::exception_ptr failure_;  // the stream buffer's, once it has failed
 };
 
 }  // namespace strix

@@ -358,6 +358,16 @@ TEST(OutBuffer, TargetFailureIsRethrownAndEndsTheOutput) {
   EXPECT_TRUE(thrown);
   EXPECT_EQ(sink.pieces, 2);
   EXPECT_EQ(sink.str(), piece);
+
+  // The same without the thread: a document smaller than one piece.
+  FailingOnPieceBuf small_sink(1);
+  {
+    strix::OutBuffer ob(&small_sink);
+    ob.append("small document");
+    EXPECT_THROW(ob.flush(), strix::IOError);
+    EXPECT_THROW(ob.flush(), strix::IOError);
+  }
+  EXPECT_EQ(small_sink.pieces, 1);
 }
 
 // A writer left by its own exception after pieces were handed over: what it
