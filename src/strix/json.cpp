@@ -97,20 +97,17 @@ void put_status_keys(OutBuffer& ob, std::string_view key, const Array<std::uint8
 void put_values(OutBuffer& ob, const double* first, const double* last) {
   // Formatted straight into the buffer, a batch at a time.
   constexpr std::ptrdiff_t kBatch = 1024;
-  const char* separator = "";
+  const double* const start = first;
   while (first != last) {
     const double* const end = first + std::min(last - first, kBatch);
     char* out =
         ob.room(static_cast<std::size_t>(end - first) * (1 + kMaxShortestSize) + kShortestRoom);
-    if (*separator != 0) *out++ = ',';
-    out = format_shortest(out, *first);
-    for (++first; first != end; ++first) {
-      *out++ = ',';
+    for (; first != end; ++first) {
+      if (first != start) *out++ = ',';
       out = format_shortest(out, *first);
     }
     ob.commit(out);
     ob.maybe_flush();
-    separator = ",";
   }
 }
 
