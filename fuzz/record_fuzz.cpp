@@ -8,7 +8,7 @@
 #include "strix/record.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  strix::fuzz::MemoryReader in(data, size);
+  strix::MemoryReader in(data, size);
   strix::HeaderScratch scratch;
   std::string bytes;
   std::vector<std::uint8_t> keys;

@@ -33,7 +33,7 @@ std::uint64_t report_rows(const strix::Solution& s) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  strix::fuzz::MemoryReader reader(data, size);
+  strix::MemoryReader reader(data, size);
   std::unique_ptr<strix::Solution> solution;
   try {
     solution = strix::read_solution(reader);

@@ -12,7 +12,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (size < 1) return 0;
   // The first byte picks the piece sizes, the rest is the compressed input.
   const unsigned pattern = data[0];
-  strix::fuzz::MemoryReader inner(data + 1, size - 1);
+  strix::MemoryReader inner(data + 1, size - 1);
   strix::zstd::Reader reader(&inner);
   std::vector<char> piece(1 << 18);
   static constexpr std::uint64_t kSizes[] = {0, 1, 7, 4096, 131072, 131073, 262144, 3};

@@ -11,6 +11,7 @@
 #include <string>      // std::string
 #include <vector>      // copy buffer
 
+#include "strix/compress.h"
 #include "strix/errors.h"
 #include "strix/json.h"
 #include "strix/report.h"

@@ -11,9 +11,9 @@
 #include <fmt/format.h>   // fmt::format_to
 
 #include "strix/numbers.h"  // format_shortest
-#include "strix/report.h"   // status_key_name
+#include "strix/outbuffer.h"
+#include "strix/report.h"  // status_key_name
 #include "strix/solution.h"
-#include "strix/streams.h"  // OutBuffer
 
 namespace strix {
 namespace {

@@ -15,8 +15,8 @@
 #include <fmt/format.h>   // fmt::format, fmt::runtime
 
 #include "strix/numbers.h"
+#include "strix/outbuffer.h"
 #include "strix/solution.h"
-#include "strix/streams.h"
 
 namespace strix {
 namespace {

@@ -18,7 +18,9 @@
 #include <zlib.h>    // inflate
 #include <zstd.h>    // ZSTD_compress, ZSTD_decompress
 
+#include "strix/compress.h"
 #include "strix/errors.h"
+#include "strix/outbuffer.h"
 #include "test_util.h"
 
 namespace {

@@ -1,0 +1,138 @@
+#include "strix/outbuffer.h"
+
+#include <condition_variable>  // std::condition_variable
+#include <mutex>               // std::mutex
+#include <system_error>        // std::system_error
+#include <thread>              // std::thread
+
+namespace strix {
+
+namespace {
+// The result is deliberately ignored: a plain file that cannot be written
+// loses the bytes silently; compressing buffers throw on their own.
+void put_piece(std::streambuf* sink, fmt::memory_buffer& piece) {
+  sink->sputn(piece.data(), static_cast<std::streamsize>(piece.size()));
+}
+}  // namespace
+
+// The hand-over between the writer and the thread that passes pieces on.
+struct OutBuffer::Pipe {
+  std::mutex mutex;
+  std::condition_variable changed;
+  fmt::memory_buffer* piece = nullptr;  // handed over, not yet passed on
+  bool stop = false;
+  std::exception_ptr failure;
+  std::thread thread;
+
+  void run(std::streambuf* sink) {
+    std::unique_lock lock(mutex);
+    for (;;) {
+      changed.wait(lock, [&] { return piece != nullptr || stop; });
+      if (piece == nullptr) return;
+      if (!failure) {
+        lock.unlock();
+        std::exception_ptr caught;
+        try {
+          put_piece(sink, *piece);
+        } catch (...) {
+          caught = std::current_exception();
+        }
+        lock.lock();
+        failure = caught;
+      }
+      piece->clear();
+      piece = nullptr;
+      changed.notify_all();
+    }
+  }
+};
+
+OutBuffer::OutBuffer(std::streambuf* sink) : sink_(sink) {}
+
+OutBuffer::~OutBuffer() {
+  // Writers flush at their end, where a failure can still reach the driver;
+  // this one covers a writer that is left by an exception (what it formatted
+  // belongs in the output) and must not throw a second time.
+  try {
+    flush();
+  } catch (...) {
+  }
+  if (pipe_) {
+    {
+      const std::lock_guard lock(pipe_->mutex);
+      pipe_->stop = true;
+    }
+    pipe_->changed.notify_all();
+    pipe_->thread.join();
+  }
+}
+
+// After a failure of the stream buffer nothing more is offered to it: what
+// is pending is dropped and the failure is thrown again.
+void OutBuffer::rethrow_failure() {
+  if (!failure_) return;
+  buf_->clear();
+  std::rethrow_exception(failure_);
+}
+
+void OutBuffer::write_here() {
+  try {
+    put_piece(sink_, *buf_);
+  } catch (...) {
+    failure_ = std::current_exception();
+  }
+  buf_->clear();
+  rethrow_failure();
+}
+
+void OutBuffer::wait_idle() {
+  {
+    std::unique_lock lock(pipe_->mutex);
+    pipe_->changed.wait(lock, [&] { return pipe_->piece == nullptr; });
+    failure_ = pipe_->failure;
+  }
+  rethrow_failure();
+}
+
+bool OutBuffer::start_pipe() {
+  if (no_thread_) return false;
+  auto pipe = std::make_unique<Pipe>();
+  try {
+    pipe->thread = std::thread([p = pipe.get(), sink = sink_] { p->run(sink); });
+  } catch (const std::system_error&) {
+    // No thread to be had: the pieces are written in turn, as they come.
+    no_thread_ = true;
+    return false;
+  }
+  pipe_ = std::move(pipe);
+  return true;
+}
+
+void OutBuffer::hand_over() {
+  rethrow_failure();
+  if (buf_->size() == 0) return;
+  if (!pipe_ && !start_pipe()) {
+    write_here();
+    return;
+  }
+  wait_idle();
+  {
+    const std::lock_guard lock(pipe_->mutex);
+    pipe_->piece = buf_;
+  }
+  pipe_->changed.notify_all();
+  buf_ = buf_ == &pieces_[0] ? &pieces_[1] : &pieces_[0];
+}
+
+void OutBuffer::flush() {
+  rethrow_failure();
+  if (!pipe_) {
+    // No thread: for what fits in one piece, or when none could be started.
+    if (buf_->size() != 0) write_here();
+    return;
+  }
+  hand_over();
+  wait_idle();
+}
+
+}  // namespace strix
