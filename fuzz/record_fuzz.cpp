@@ -1,8 +1,8 @@
 // Arbitrary bytes through the record-stream primitives: section headers,
 // length prefixes in every form, and arrays of every element type.
-#include <cstdint>  // std::uint8_t
-#include <string>   // std::string
-#include <vector>   // std::vector
+#include <cstdint>           // std::uint8_t
+#include <string>            // std::string
+#include "strix/solution.h"  // Array
 
 #include "fuzz_util.h"
 #include "strix/record.h"
@@ -11,10 +11,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   strix::MemoryReader in(data, size);
   strix::HeaderScratch scratch;
   std::string bytes;
-  std::vector<std::uint8_t> keys;
-  std::vector<std::uint32_t> u32;
-  std::vector<std::int64_t> i64;
-  std::vector<double> f64;
+  strix::Array<std::uint8_t> keys;
+  strix::Array<std::uint32_t> u32;
+  strix::Array<std::int64_t> i64;
+  strix::Array<double> f64;
   // Cycle through the primitives until the input runs out; each call must
   // return, whatever the bytes.
   for (int round = 0; round < 64; ++round) {

@@ -1,9 +1,8 @@
 #include "strix/record.h"
 
-#include <algorithm>    // std::min
-#include <bit>          // std::endian
-#include <cstring>      // std::memset
-#include <type_traits>  // std::is_same_v
+#include <algorithm>  // std::min
+#include <bit>        // std::endian
+#include <cstring>    // std::memset
 
 #include "strix/solution.h"
 #include "strix/streams.h"
@@ -121,50 +120,26 @@ void read_bytes(Reader& in, std::string& out) {
   read_plain(in, out, length.bytes, length.bytes);
 }
 
-template <typename Vec>
-void read_byte_array(Reader& in, Vec& out) {
-  static_assert(sizeof(typename Vec::value_type) == 1);
+void read_byte_array(Reader& in, Array<std::uint8_t>& out) {
   read_typed(in, out, UINT64_MAX);
 }
-template <typename Vec>
-void read_u32_array(Reader& in, Vec& out, std::uint64_t expected) {
-  static_assert(std::is_same_v<typename Vec::value_type, std::uint32_t>);
+void read_byte_array(Reader& in, Array<char>& out) {
+  read_typed(in, out, UINT64_MAX);
+}
+void read_u32_array(Reader& in, Array<std::uint32_t>& out, std::uint64_t expected) {
   read_typed(in, out, expected);
 }
-template <typename Vec>
-void read_i32_array(Reader& in, Vec& out, std::uint64_t expected) {
-  static_assert(std::is_same_v<typename Vec::value_type, std::int32_t>);
+void read_i32_array(Reader& in, Array<std::int32_t>& out, std::uint64_t expected) {
   read_typed(in, out, expected);
 }
-template <typename Vec>
-void read_i64_array(Reader& in, Vec& out, std::uint64_t expected) {
-  static_assert(std::is_same_v<typename Vec::value_type, std::int64_t>);
+void read_i64_array(Reader& in, Array<std::int64_t>& out, std::uint64_t expected) {
   read_typed(in, out, expected);
 }
-template <typename Vec>
-void read_u64_array(Reader& in, Vec& out, std::uint64_t expected) {
-  static_assert(std::is_same_v<typename Vec::value_type, std::uint64_t>);
+void read_u64_array(Reader& in, Array<std::uint64_t>& out, std::uint64_t expected) {
   read_typed(in, out, expected);
 }
-template <typename Vec>
-void read_f64_array(Reader& in, Vec& out, std::uint64_t expected) {
-  static_assert(std::is_same_v<typename Vec::value_type, double>);
+void read_f64_array(Reader& in, Array<double>& out, std::uint64_t expected) {
   read_typed(in, out, expected);
 }
-
-// The containers the reader and its tests use.
-template void read_byte_array(Reader&, std::vector<std::uint8_t>&);
-template void read_byte_array(Reader&, std::vector<char>&);
-template void read_byte_array(Reader&, Array<std::uint8_t>&);
-template void read_byte_array(Reader&, Array<char>&);
-#define STRIX_TYPED_ARRAY(reader, T)                             \
-  template void reader(Reader&, std::vector<T>&, std::uint64_t); \
-  template void reader(Reader&, Array<T>&, std::uint64_t);
-STRIX_TYPED_ARRAY(read_u32_array, std::uint32_t)
-STRIX_TYPED_ARRAY(read_i32_array, std::int32_t)
-STRIX_TYPED_ARRAY(read_i64_array, std::int64_t)
-STRIX_TYPED_ARRAY(read_u64_array, std::uint64_t)
-STRIX_TYPED_ARRAY(read_f64_array, double)
-#undef STRIX_TYPED_ARRAY
 
 }  // namespace strix

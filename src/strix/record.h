@@ -7,11 +7,12 @@
 #include <cstdint>      // fixed-width integers
 #include <string>       // std::string
 #include <string_view>  // std::string_view
-#include <vector>       // std::vector
 
 namespace strix {
 
 class Reader;
+template <typename T>
+class Array;
 
 // Mark at the start of every solution file: "NLOB" read as a little-endian
 // 32-bit number.
@@ -45,23 +46,17 @@ void read_exact_or_zero(Reader& in, void* dst, std::size_t n);
 // the chunked form.
 void read_bytes(Reader& in, std::string& out);
 
-// "[B" arrays appended to byte containers. Chunked data is read and dropped.
-template <typename Vec>
-void read_byte_array(Reader& in, Vec& out);
+// "[B" arrays appended to byte arrays. Chunked data is read and dropped.
+void read_byte_array(Reader& in, Array<std::uint8_t>& out);
+void read_byte_array(Reader& in, Array<char>& out);
 
 // Typed arrays; `expected` is the element count the caller expects, used only
 // to size the first allocation. Chunked data is read and dropped; bytes that
-// do not fill a whole element are dropped. Defined for std::vector and Array
-// of the element types below.
-template <typename Vec>
-void read_u32_array(Reader& in, Vec& out, std::uint64_t expected);  // "[I"
-template <typename Vec>
-void read_i32_array(Reader& in, Vec& out, std::uint64_t expected);  // "[i"
-template <typename Vec>
-void read_i64_array(Reader& in, Vec& out, std::uint64_t expected);  // "[l"
-template <typename Vec>
-void read_u64_array(Reader& in, Vec& out, std::uint64_t expected);  // "[L"
-template <typename Vec>
-void read_f64_array(Reader& in, Vec& out, std::uint64_t expected);  // "[d"
+// do not fill a whole element are dropped.
+void read_u32_array(Reader& in, Array<std::uint32_t>& out, std::uint64_t expected);  // "[I"
+void read_i32_array(Reader& in, Array<std::int32_t>& out, std::uint64_t expected);   // "[i"
+void read_i64_array(Reader& in, Array<std::int64_t>& out, std::uint64_t expected);   // "[l"
+void read_u64_array(Reader& in, Array<std::uint64_t>& out, std::uint64_t expected);  // "[L"
+void read_f64_array(Reader& in, Array<double>& out, std::uint64_t expected);         // "[d"
 
 }  // namespace strix

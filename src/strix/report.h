@@ -15,8 +15,6 @@ struct StatusNamePair {
   const char* dual;
 };
 
-// "bas", "supbas", "low", "upr", "fix", "inf", or "unk" for any other byte.
-const char* status_key_name(std::uint8_t key);
 StatusNamePair solution_status_names(std::string_view solsta);
 StatusNamePair problem_status_names(std::string_view prosta);
 

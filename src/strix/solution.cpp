@@ -1,11 +1,7 @@
 #include "strix/solution.h"
 
-#include <sys/mman.h>  // madvise
-
 #include <cstdio>       // stderr
-#include <cstdlib>      // std::aligned_alloc, std::malloc, std::free
 #include <cstring>      // std::memcpy
-#include <new>          // std::bad_alloc
 #include <numeric>      // std::accumulate
 #include <type_traits>  // std::is_same_v
 
@@ -15,29 +11,6 @@
 #include "strix/record.h"
 
 namespace strix {
-
-namespace {
-constexpr std::size_t kHugePage = std::size_t{2} << 20;
-constexpr std::size_t kHugeFrom = std::size_t{4} << 20;  // smaller blocks: plain malloc
-}  // namespace
-
-void* allocate_bulk(std::size_t bytes) {
-  void* p;
-  if (bytes >= kHugeFrom) {
-    const std::size_t rounded = (bytes + kHugePage - 1) / kHugePage * kHugePage;
-    p = std::aligned_alloc(kHugePage, rounded);
-    // Only advice: where huge pages are unavailable nothing changes.
-    if (p != nullptr) madvise(p, rounded, MADV_HUGEPAGE);
-  } else {
-    p = std::malloc(bytes == 0 ? 1 : bytes);
-  }
-  if (p == nullptr) throw std::bad_alloc();
-  return p;
-}
-
-void free_bulk(void* p) noexcept {
-  std::free(p);
-}
 
 namespace {
 
@@ -115,7 +88,7 @@ class SolutionFileReader {
   void read_item(std::string_view s);
   // One information group: a byte of length per name, the names, the values.
   template <typename T>
-  void read_info(InfoGroup<T>& group, std::vector<std::uint8_t>& lengths, std::int32_t line,
+  void read_info(InfoGroup<T>& group, Array<std::uint8_t>& lengths, std::int32_t line,
                  std::string_view message) {
     read_byte_array(in_, lengths);
     read_byte_array(in_, group.names.buffer);
@@ -291,7 +264,7 @@ std::unique_ptr<Solution> SolutionFileReader::read() {
   for (const NamesSection& section : kNamesSections) {
     if (!at(section.name)) continue;
     if (!format_is("[I[B")) fail(1270, "Expected names section to have format '[I[B'");
-    std::vector<std::uint32_t> lengths;
+    Array<std::uint32_t> lengths;
     read_u32_array(in_, lengths, UINT64_MAX);
     NameList& list = sol.*section.list;
     read_byte_array(in_, list.buffer);
@@ -313,7 +286,7 @@ std::unique_ptr<Solution> SolutionFileReader::read() {
     next();
   }
 
-  std::vector<std::uint8_t> f64_lengths, i32_lengths, i64_lengths;
+  Array<std::uint8_t> f64_lengths, i32_lengths, i64_lengths;
   if (!at("inf/f64") || !format_is("[B[B[d")) fail(1315, "Expected 'inf/f64'");
   read_info(sol.info_f64, f64_lengths, 1323, "Invalid 'inf/f64' entry");
   require("inf/i32", "[B[B[i", 1329, "Expected 'inf/i32'");

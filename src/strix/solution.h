@@ -1,61 +1,95 @@
 // The in-memory solution and the reader that fills it from a solution file.
 #pragma once
 
-#include <array>        // std::array
-#include <cstddef>      // std::size_t
-#include <cstdint>      // fixed-width integers
-#include <limits>       // quiet NaN
-#include <list>         // std::list
-#include <memory>       // std::unique_ptr
-#include <new>          // placement new
-#include <string>       // std::string
-#include <string_view>  // std::string_view
-#include <type_traits>  // std::is_nothrow_default_constructible_v
-#include <utility>      // std::forward
-#include <vector>       // std::vector
+#include <algorithm>         // std::copy
+#include <array>             // std::array
+#include <cstddef>           // std::size_t
+#include <cstdint>           // fixed-width integers
+#include <initializer_list>  // std::initializer_list
+#include <iterator>          // std::distance
+#include <limits>            // quiet NaN
+#include <list>              // std::list
+#include <memory>            // std::unique_ptr
+#include <string>            // std::string
+#include <string_view>       // std::string_view
+#include <type_traits>       // std::is_trivially_copyable_v
+#include <utility>           // std::exchange
+#include <vector>            // std::vector
 
 namespace strix {
 
 class Reader;
 
-void* allocate_bulk(std::size_t bytes);
-void free_bulk(void* p) noexcept;
-
-// Allocator of the solution's arrays. Blocks of 4 MiB and more are aligned
-// to 2 MiB and marked for transparent huge pages: filling a 100 MB solution
-// then takes a few dozen page faults instead of tens of thousands, which on
-// some machines costs more than reading the file.
+// One array of a solution: the values in one block of memory, in file order.
+// The blocks come from the library's allocator (bulk.h), which suits arrays
+// of many megabytes; the element types are those of the file's arrays.
 template <typename T>
-struct BulkAllocator {
+class Array {
+  static_assert(std::is_trivially_copyable_v<T>);
+
+ public:
   using value_type = T;
-  BulkAllocator() = default;
-  template <typename U>
-  BulkAllocator(const BulkAllocator<U>&) noexcept {}
-  T* allocate(std::size_t n) { return static_cast<T*>(allocate_bulk(n * sizeof(T))); }
-  void deallocate(T* p, std::size_t) noexcept { free_bulk(p); }
-  // Elements added by resize() are left uninitialised: the reader resizes
-  // to read into the new room and cuts back to what arrived, so zeroing
-  // them first would only cost a pass over every array.
-  template <typename U>
-  void construct(U* p) noexcept(std::is_nothrow_default_constructible_v<U>) {
-    ::new (static_cast<void*>(p)) U;
+  using iterator = T*;
+  using const_iterator = const T*;
+
+  Array() noexcept = default;
+  Array(std::initializer_list<T> values) { assign(values.begin(), values.end()); }
+  Array(Array&& other) noexcept
+      : data_(std::exchange(other.data_, nullptr)),
+        size_(std::exchange(other.size_, 0)),
+        capacity_(std::exchange(other.capacity_, 0)) {}
+  Array& operator=(Array&& other) noexcept {
+    Array old(std::move(*this));
+    data_ = std::exchange(other.data_, nullptr);
+    size_ = std::exchange(other.size_, 0);
+    capacity_ = std::exchange(other.capacity_, 0);
+    return *this;
   }
-  template <typename U, typename... Args>
-  void construct(U* p, Args&&... args) {
-    ::new (static_cast<void*>(p)) U(std::forward<Args>(args)...);
+  Array(const Array&) = delete;
+  Array& operator=(const Array&) = delete;
+  ~Array();
+
+  T* data() noexcept { return data_; }
+  const T* data() const noexcept { return data_; }
+  std::size_t size() const noexcept { return size_; }
+  std::size_t capacity() const noexcept { return capacity_; }
+  bool empty() const noexcept { return size_ == 0; }
+  T& operator[](std::size_t i) noexcept { return data_[i]; }
+  const T& operator[](std::size_t i) const noexcept { return data_[i]; }
+  T* begin() noexcept { return data_; }
+  T* end() noexcept { return data_ + size_; }
+  const T* begin() const noexcept { return data_; }
+  const T* end() const noexcept { return data_ + size_; }
+
+  // Room for n elements in all, in one block; never shrinks.
+  void reserve(std::size_t n);
+  // n elements. Added elements are left uninitialised: they are there to be
+  // overwritten (the reader reads straight into them).
+  void resize(std::size_t n);
+  void clear() noexcept { size_ = 0; }
+  template <typename It>
+  void assign(It first, It last) {
+    resize(static_cast<std::size_t>(std::distance(first, last)));
+    std::copy(first, last, data_);
   }
-  template <typename U>
-  bool operator==(const BulkAllocator<U>&) const noexcept {
-    return true;
-  }
+
+ private:
+  T* data_ = nullptr;
+  std::size_t size_ = 0;
+  std::size_t capacity_ = 0;
 };
 
-template <typename T>
-using Array = std::vector<T, BulkAllocator<T>>;
+extern template class Array<char>;
+extern template class Array<std::uint8_t>;
+extern template class Array<std::uint32_t>;
+extern template class Array<std::int32_t>;
+extern template class Array<std::int64_t>;
+extern template class Array<std::uint64_t>;
+extern template class Array<double>;
 
 // Names of one kind: all bytes back to back in `buffer`, and one view per
 // name into it. The views are cut only after the buffer has stopped growing,
-// and the buffer is a vector so that moving the list keeps them valid.
+// and moving the list moves the block, so they stay valid.
 struct NameList {
   Array<char> buffer;
   std::vector<std::string_view> names;
@@ -113,7 +147,12 @@ struct Solution {
 };
 
 // Reads a whole solution file. Throws IncompatibleFileError, FormatError or
-// InconsistentSolution on a bad file; the reader's own failures pass through.
+// InconsistentSolution (errors.h) on a bad file; the reader's own failures
+// pass through.
 std::unique_ptr<Solution> read_solution(Reader& reader);
+
+// The name of a status key: "bas", "supbas", "low", "upr", "fix", "inf",
+// or "unk" for any other byte.
+const char* status_key_name(std::uint8_t key);
 
 }  // namespace strix

@@ -58,13 +58,13 @@ TEST(ChunkedArrays, OnlyReadBytesKeepsTheData) {
   EXPECT_EQ(bytes_in.getc(), 'Z');
 
   StringReader f64_in(abc);
-  std::vector<double> values;
+  strix::Array<double> values;
   strix::read_f64_array(f64_in, values, 10);
   EXPECT_TRUE(values.empty());
   EXPECT_EQ(f64_in.getc(), 'Z');
 
   StringReader byte_in(abc);
-  std::vector<std::uint8_t> keys;
+  strix::Array<std::uint8_t> keys;
   strix::read_byte_array(byte_in, keys);
   EXPECT_TRUE(keys.empty());
   EXPECT_EQ(byte_in.getc(), 'Z');
@@ -87,18 +87,18 @@ TEST(TypedArrays, PartialAndTruncatedData) {
   {
     // 12 bytes: one double; the 4 left over are consumed with the array.
     StringReader in("\x0C"s + data.substr(0, 12) + "Z");
-    std::vector<double> out;
+    strix::Array<double> out;
     strix::read_f64_array(in, out, 1);
-    EXPECT_EQ(out, std::vector<double>{d});
+    EXPECT_EQ(std::vector<double>(out.begin(), out.end()), std::vector<double>{d});
     EXPECT_EQ(in.getc(), 'Z');
   }
   {
     // The prefix promises 100 bytes (0x20 0x64), 20 arrive: two elements.
     StringReader in("\x20\x64"s + data.substr(0, 20));
-    std::vector<double> out;
+    strix::Array<double> out;
     strix::read_f64_array(in, out, 12);
-    EXPECT_EQ(out, std::vector<double>(2, d));
-    std::vector<double> again;
+    EXPECT_EQ(std::vector<double>(out.begin(), out.end()), std::vector<double>(2, d));
+    strix::Array<double> again;
     strix::read_f64_array(in, again, 12);  // nothing left at all
     EXPECT_TRUE(again.empty());
   }
@@ -107,9 +107,10 @@ TEST(TypedArrays, PartialAndTruncatedData) {
     // 100 bytes: what arrives is kept, and no 2^50-byte allocation is made.
     const std::string huge = "\xC4\x00\x00\x00\x00\x00\x00"s;
     StringReader in(huge + data);
-    std::vector<double> out;
+    strix::Array<double> out;
     strix::read_f64_array(in, out, UINT64_MAX);
-    EXPECT_EQ(out, std::vector<double>(12, d));  // 12 doubles, 4 bytes over
+    EXPECT_EQ(std::vector<double>(out.begin(), out.end()),
+              std::vector<double>(12, d));  // 12 doubles, 4 bytes over
     EXPECT_LT(out.capacity(), (std::size_t{64} << 20) / sizeof(double));
 
     StringReader in2(huge + "abc");

@@ -41,7 +41,9 @@ class StringReader : public strix::Reader {
 
 // Fills the buffer first, then cuts the views, so no view is invalidated.
 inline void set_names(strix::NameList& list, std::initializer_list<std::string_view> names) {
-  for (std::string_view n : names) list.buffer.insert(list.buffer.end(), n.begin(), n.end());
+  std::string all;
+  for (std::string_view n : names) all += n;
+  list.buffer.assign(all.begin(), all.end());
   std::size_t at = 0;
   for (std::string_view n : names) {
     list.names.emplace_back(list.buffer.data() + at, n.size());

@@ -1,0 +1,72 @@
+#include "strix/bulk.h"
+
+#include <sys/mman.h>  // madvise
+
+#include <algorithm>  // std::max
+#include <cstdint>    // fixed-width integers
+#include <cstdlib>    // std::aligned_alloc, std::malloc, std::free
+#include <cstring>    // std::memcpy
+#include <limits>     // overflow guard
+#include <new>        // std::bad_alloc
+
+#include "strix/solution.h"
+
+namespace strix {
+
+namespace {
+constexpr std::size_t kHugePage = std::size_t{2} << 20;
+constexpr std::size_t kHugeFrom = std::size_t{4} << 20;  // smaller blocks: plain malloc
+}  // namespace
+
+void* allocate_bulk(std::size_t bytes) {
+  void* p;
+  if (bytes >= kHugeFrom) {
+    if (bytes > std::numeric_limits<std::size_t>::max() - kHugePage) throw std::bad_alloc();
+    const std::size_t rounded = (bytes + kHugePage - 1) / kHugePage * kHugePage;
+    p = std::aligned_alloc(kHugePage, rounded);
+    // Only advice: where huge pages are unavailable nothing changes.
+    if (p != nullptr) madvise(p, rounded, MADV_HUGEPAGE);
+  } else {
+    p = std::malloc(bytes == 0 ? 1 : bytes);
+  }
+  if (p == nullptr) throw std::bad_alloc();
+  return p;
+}
+
+void free_bulk(void* p) noexcept {
+  std::free(p);
+}
+
+template <typename T>
+Array<T>::~Array() {
+  free_bulk(data_);
+}
+
+template <typename T>
+void Array<T>::reserve(std::size_t n) {
+  if (n <= capacity_) return;
+  if (n > std::numeric_limits<std::size_t>::max() / sizeof(T)) throw std::bad_alloc();
+  T* block = static_cast<T*>(allocate_bulk(n * sizeof(T)));
+  if (size_ != 0) std::memcpy(block, data_, size_ * sizeof(T));
+  free_bulk(data_);
+  data_ = block;
+  capacity_ = n;
+}
+
+template <typename T>
+void Array<T>::resize(std::size_t n) {
+  // Growing past the room doubles it, so that arrays grown piece by piece
+  // cost a logarithmic number of moves.
+  if (n > capacity_) reserve(std::max(n, 2 * capacity_));
+  size_ = n;
+}
+
+template class Array<char>;
+template class Array<std::uint8_t>;
+template class Array<std::uint32_t>;
+template class Array<std::int32_t>;
+template class Array<std::int64_t>;
+template class Array<std::uint64_t>;
+template class Array<double>;
+
+}  // namespace strix
