@@ -20,6 +20,7 @@
 
 #include "strix/solution.h"
 #include "strix/streams.h"
+#include "strix/writers.h"
 
 namespace {
 

@@ -12,6 +12,7 @@
 #include "strix/report.h"
 #include "strix/solution.h"
 #include "strix/tar.h"
+#include "strix/writers.h"
 
 namespace {
 

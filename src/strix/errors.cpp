@@ -1,16 +1,23 @@
 #include "strix/errors.h"
 
-#include <cstdio>  // stderr, std::fflush
-
-#include <fmt/format.h>  // fmt::print
+#include <fmt/format.h>  // fmt::format
 
 namespace strix {
 
-FormatError::FormatError(std::string_view text, SourceLocation location) : message(text) {
-  // Reported here, where the location is known; the object keeps only the
-  // message, so the driver has nothing further to print.
-  fmt::print(stderr, "{}:{}:{}\n", location.file, location.line, text);
-  std::fflush(stderr);
+FailureLines failure_lines(std::exception_ptr failure) {
+  try {
+    std::rethrow_exception(failure);
+  } catch (const FormatError& e) {
+    // The description is the whole report: nothing follows it.
+    return {fmt::format("{}:{}:{}", e.file != nullptr ? e.file : "?", e.line, e.message), {}};
+  } catch (const IncompatibleFileError& e) {
+    return {fmt::format("Got bad BOM {:08x}", e.mark),
+            fmt::format("{}:{}:IncompatibleFileError", e.file != nullptr ? e.file : "?", e.line)};
+  } catch (const InconsistentSolution& e) {
+    return {{}, "InconsistentSolution: " + e.message};
+  } catch (...) {
+    return {{}, "?:?: Unknown error"};
+  }
 }
 
 }  // namespace strix

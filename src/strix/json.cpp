@@ -14,6 +14,7 @@
 #include "strix/outbuffer.h"
 #include "strix/report.h"  // status_key_name
 #include "strix/solution.h"
+#include "strix/writers.h"
 
 namespace strix {
 namespace {

@@ -6,11 +6,6 @@
 
 namespace strix {
 
-struct Solution;
-
-// Writes the whole one-line document (no trailing newline).
-void write_json(std::ostream& out, const Solution& solution);
-
 // Writes s as a quoted JSON string, every byte >= 0x80 escaped as "\u00XX".
 void write_json_string(std::ostream& out, std::string_view s);
 

@@ -1,5 +1,5 @@
 #include "strix/driver.h"
 
 int main(int argc, char** argv) {
-  return strix::run(argc, argv);
+  return strix::run_command(argc, argv);
 }

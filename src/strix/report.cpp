@@ -17,6 +17,7 @@
 #include "strix/numbers.h"
 #include "strix/outbuffer.h"
 #include "strix/solution.h"
+#include "strix/writers.h"
 
 namespace strix {
 namespace {

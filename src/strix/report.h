@@ -8,8 +8,6 @@
 
 namespace strix {
 
-struct Solution;
-
 struct StatusNamePair {
   const char* primal;
   const char* dual;
@@ -21,9 +19,5 @@ StatusNamePair problem_status_names(std::string_view prosta);
 // Appends a model name quoted, in the report's own escape style
 // ("\x0c", "\xe9"), which differs from the JSON writer's on purpose.
 void quote_name(std::string& out, std::string_view name);
-
-// Writes the report. A solution with bar variables ends it with the
-// formatting library's error (see the function's definition).
-void write_text_report(std::ostream& out, const Solution& solution);
 
 }  // namespace strix

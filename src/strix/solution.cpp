@@ -1,11 +1,8 @@
 #include "strix/solution.h"
 
-#include <cstdio>       // stderr
 #include <cstring>      // std::memcpy
 #include <numeric>      // std::accumulate
 #include <type_traits>  // std::is_same_v
-
-#include <fmt/format.h>  // fmt::print
 
 #include "strix/errors.h"
 #include "strix/record.h"
@@ -216,11 +213,7 @@ void SolutionFileReader::read_item(std::string_view s) {
 std::unique_ptr<Solution> SolutionFileReader::read() {
   Solution& sol = *sol_;
   const auto mark = read_scalar<std::uint32_t>(in_);  // missing bytes read as zero
-  if (mark != kSolutionMark) {
-    fmt::print(stderr, "Got bad BOM {:08x}\n", mark);
-    std::fflush(stderr);
-    throw IncompatibleFileError{kSourceFile, 1036};
-  }
+  if (mark != kSolutionMark) throw IncompatibleFileError{kSourceFile, 1036, mark};
   require("NLOSOLN", "[B", 1041, "Expected section 'NLOSOLN'");
   {
     std::string discarded;

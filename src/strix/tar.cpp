@@ -12,6 +12,7 @@
 #include <fmt/format.h>   // fmt::format_to
 
 #include "strix/solution.h"
+#include "strix/writers.h"
 
 namespace strix {
 

@@ -10,8 +10,6 @@
 
 namespace strix {
 
-struct Solution;
-
 // Streams tar members one after another: header, data, and the zero padding
 // of a member written only when the next header or the end marker follows.
 class TarWriter {
@@ -31,9 +29,6 @@ class TarWriter {
   std::uint64_t remaining_ = 0;
   std::uint64_t pending_padding_ = 0;
 };
-
-// Writes the task archive of a solution.
-void write_task(std::ostream& out, const Solution& solution);
 
 // Appends an information item name as it appears in the archive's name
 // members: "\t", "\n", "\r", "\\" and "\xNN" for other control and high bytes.

@@ -13,6 +13,7 @@
 
 #include "strix/report.h"
 #include "strix/solution.h"
+#include "strix/writers.h"
 #include "test_util.h"
 
 namespace strix {

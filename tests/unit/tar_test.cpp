@@ -18,6 +18,7 @@
 #include <gtest/gtest.h>
 
 #include "strix/solution.h"
+#include "strix/writers.h"
 
 namespace {
 

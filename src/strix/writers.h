@@ -1,0 +1,24 @@
+// The three text and archive forms of a solution. Each writes the whole form
+// to the stream's buffer; failures of that buffer are thrown (errors.h).
+#pragma once
+
+#include <ostream>  // std::ostream
+
+namespace strix {
+
+struct Solution;
+
+// The one-line JSON document (no trailing newline). Non-finite values are
+// the bare tokens inf, -inf and nan, statuses and information item names
+// are written raw: a document holding such values is not strict JSON.
+void write_json(std::ostream& out, const Solution& solution);
+
+// The task archive: a tar stream of text members and "NLOM" array members.
+void write_task(std::ostream& out, const Solution& solution);
+
+// The fixed-width text report. A solution with bar variables ends it after
+// the first bar variable's line, with the formatting library's error
+// ("argument not found") thrown.
+void write_text_report(std::ostream& out, const Solution& solution);
+
+}  // namespace strix
