@@ -98,8 +98,26 @@ int count_digits(std::uint64_t x) {
 // The library's own shortest-digits routine, the one its "{}" runs, gives
 // the digits; only the layout around them is done here, where the library's
 // general writer spends most of its time. The routine is exported by the
-// library but outside its documented interface: the tests hold every byte
-// against the library's run-time "{}", so a change there shows.
+// library but outside its documented interface, so this is the one place
+// that calls it, written against {fmt} 9 (the build refuses another major
+// version), and the tests hold every byte against the library's run-time
+// "{}".
+
+static_assert(FMT_VERSION / 10000 == 9, "shortest_digits() is written against {fmt} 9");
+
+namespace {
+
+struct ShortestDigits {
+  std::uint64_t significand;  // the shortest digits that read back exactly
+  int exponent;               // of the last digit
+};
+
+ShortestDigits shortest_digits(double value) {
+  const auto decimal = fmt::detail::dragonbox::to_decimal(value);
+  return {decimal.significand, decimal.exponent};
+}
+
+}  // namespace
 
 char* format_shortest(char* out, double value) {
   if (!is_finite(value)) return fmt::format_to(out, FMT_COMPILE("{}"), value);
@@ -112,7 +130,7 @@ char* format_shortest(char* out, double value) {
     *text++ = '0';
     return text;
   }
-  const auto decimal = fmt::detail::dragonbox::to_decimal(value);
+  const ShortestDigits decimal = shortest_digits(value);
   // At most 17 digits, right-aligned in a 17-digit field; only as many
   // groups are written as the significand has (round values have few).
   const std::uint64_t s = decimal.significand;

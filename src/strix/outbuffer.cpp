@@ -2,6 +2,7 @@
 
 #include <condition_variable>  // std::condition_variable
 #include <mutex>               // std::mutex
+#include <new>                 // std::bad_alloc
 #include <system_error>        // std::system_error
 #include <thread>              // std::thread
 
@@ -96,16 +97,18 @@ void OutBuffer::wait_idle() {
 
 bool OutBuffer::start_pipe() {
   if (no_thread_) return false;
-  auto pipe = std::make_unique<Pipe>();
   try {
+    auto pipe = std::make_unique<Pipe>();
     pipe->thread = std::thread([p = pipe.get(), sink = sink_] { p->run(sink); });
+    pipe_ = std::move(pipe);
+    return true;
   } catch (const std::system_error&) {
     // No thread to be had: the pieces are written in turn, as they come.
-    no_thread_ = true;
-    return false;
+  } catch (const std::bad_alloc&) {
+    // Nor memory for one: the same.
   }
-  pipe_ = std::move(pipe);
-  return true;
+  no_thread_ = true;
+  return false;
 }
 
 void OutBuffer::hand_over() {
