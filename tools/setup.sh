@@ -6,6 +6,7 @@ set -euo pipefail
 packages=(
   g++ cmake make pkg-config        # toolchain
   libzstd-dev zlib1g-dev libfmt-dev # libraries strix links
+  pybind11-dev python3-dev python3-numpy  # the Python module
   libgtest-dev libbenchmark-dev     # unit tests and benchmarks
   zstd gzip tar time                # independent tools the end-to-end tests check with
   python3 python3-jsonschema        # solution file builder, JSON schema validation

@@ -12,7 +12,7 @@ cmake --build build -j"$jobs"
 (cd build && ctest --output-on-failure -j"$jobs")
 
 cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DSTRIX_SANITIZE=ON \
-  -DSTRIX_WERROR=ON >/dev/null
+  -DSTRIX_BUILD_PYTHON=OFF -DSTRIX_WERROR=ON >/dev/null
 cmake --build build-asan -j"$jobs"
 (cd build-asan && ctest --output-on-failure -j"$jobs")
 

@@ -1,5 +1,6 @@
 #include "strix/convert.h"
 
+#include <cerrno>      // errno
 #include <cstdio>      // std::fopen, std::setvbuf, stdin
 #include <filesystem>  // std::filesystem::path
 #include <fstream>     // std::filebuf
@@ -87,7 +88,7 @@ Input open_input(const fs::path& in_path) {
   }
   input.buffer = std::make_unique<char[]>(kInputBuffer);
   std::FILE* file = std::fopen(in_path.c_str(), "rb");
-  if (file == nullptr) throw IOError{};
+  if (file == nullptr) throw IOError{errno};
   std::setvbuf(file, input.buffer.get(), _IOFBF, kInputBuffer);
   input.reader = std::make_unique<FileReader>(file);
   return input;

@@ -58,7 +58,11 @@ struct InconsistentSolution {
 //   next hand-over or flush, and offers nothing more after it.
 // - The command prints "?:?: Unknown error" and ends by SIGABRT; a library
 //   caller gets the exception (OSError in Python).
-struct IOError {};
+// `code` is the system's error number where one is known (an input that
+// cannot be opened), else 0.
+struct IOError {
+  int code = 0;
+};
 
 namespace zstd {
 // The decompression library rejected the input.
