@@ -8,10 +8,7 @@
 
 #include "fuzz_util.h"
 #include "strix/errors.h"
-#include "strix/json.h"
-#include "strix/report.h"
 #include "strix/solution.h"
-#include "strix/tar.h"
 #include "strix/writers.h"
 
 namespace {

@@ -1,5 +1,3 @@
-#include "strix/json.h"
-
 #include <algorithm>  // std::min
 #include <array>      // escape table
 #include <cstddef>    // std::size_t, std::ptrdiff_t
@@ -10,55 +8,23 @@
 #include <fmt/compile.h>  // FMT_COMPILE
 #include <fmt/format.h>   // fmt::format_to
 
+#include "strix/escape.h"
 #include "strix/numbers.h"  // format_shortest
 #include "strix/outbuffer.h"
 #include "strix/report.h"  // status_key_name
 #include "strix/solution.h"
-#include "strix/writers.h"
+#include "strix/writers.h"  // write_json
 
 namespace strix {
 namespace {
 
-// What each byte becomes inside a quoted string: 0 copies it, 'u' gives
-// "\u00XX", any other letter gives a backslash and that letter. Every byte
-// from 0x80 up is escaped alone, as one Latin-1 character: a UTF-8 name
-// therefore comes out as one escape per byte, which readers of these
-// documents expect.
-constexpr std::array<char, 256> kEscape = [] {
-  std::array<char, 256> table{};
-  for (std::size_t c = 0; c < 0x20; ++c) table[c] = 'u';
-  for (std::size_t c = 0x80; c < 0x100; ++c) table[c] = 'u';
-  table['\b'] = 'b';
-  table['\t'] = 't';
-  table['\n'] = 'n';
-  table['\f'] = 'f';
-  table['\r'] = 'r';
-  table['"'] = '"';
-  table['\\'] = '\\';
-  return table;
-}();
+// The "$schema" value of every document.
+constexpr std::string_view kJsonSchemaId = "https://strix.example.org/json/solution/schema#";
 
-// The one escaping routine: appends s quoted and escaped. Runs of bytes that
-// need no escape are copied in one piece.
+// A quoted JSON string.
 void put_string(OutBuffer& ob, std::string_view s) {
-  static constexpr char kHex[] = "0123456789abcdef";
   ob.put('"');
-  std::size_t plain = 0;  // start of the pending run of copied bytes
-  for (std::size_t i = 0; i < s.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(s[i]);
-    const char escape = kEscape[byte];
-    if (escape == 0) continue;
-    ob.append(s.substr(plain, i - plain));
-    plain = i + 1;
-    if (escape == 'u') {
-      const char text[6] = {'\\', 'u', '0', '0', kHex[byte >> 4], kHex[byte & 0xF]};
-      ob.append(std::string_view(text, sizeof text));
-    } else {
-      ob.put('\\');
-      ob.put(escape);
-    }
-  }
-  ob.append(s.substr(plain));
+  append_escaped(ob, s, kJsonEscapes);
   ob.put('"');
 }
 
@@ -244,12 +210,6 @@ void write_json(std::ostream& out, const Solution& solution) {
   put_info_group(ob, ",\"int64\":", solution.info_i64);
   put_info_group(ob, ",\"double\":", solution.info_f64);
   ob.append("}}");
-  ob.flush();
-}
-
-void write_json_string(std::ostream& out, std::string_view s) {
-  OutBuffer ob(out.rdbuf());
-  put_string(ob, s);
   ob.flush();
 }
 

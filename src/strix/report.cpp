@@ -14,6 +14,7 @@
 #include <fmt/compile.h>  // FMT_COMPILE
 #include <fmt/format.h>   // fmt::format, fmt::runtime
 
+#include "strix/escape.h"
 #include "strix/numbers.h"
 #include "strix/outbuffer.h"
 #include "strix/solution.h"
@@ -95,46 +96,6 @@ StatusNamePair problem_status_names(std::string_view prosta) {
 
 // ------------------------------------------------------------ text report
 
-void quote_name(std::string& out, std::string_view name) {
-  static constexpr char kHex[] = "0123456789abcdef";
-  out.push_back('"');
-  for (const char c : name) {
-    switch (c) {
-      case '\b':
-        out += "\\b";
-        break;
-      case '\t':
-        out += "\\t";
-        break;
-      case '\n':
-        out += "\\n";
-        break;
-      case '\r':
-        out += "\\r";
-        break;
-      case '"':
-        out += "\\\"";
-        break;
-      case '\\':
-        out += "\\\\";
-        break;
-      default: {
-        // The byte read as signed: 0x80..0xFF count as control bytes too, so
-        // every non-ASCII byte is escaped and display names stay ASCII.
-        if (static_cast<signed char>(c) <= 31) {
-          const auto u = static_cast<unsigned char>(c);
-          out += "\\x";
-          out.push_back(kHex[u >> 4]);
-          out.push_back(kHex[u & 0xF]);
-        } else {
-          out.push_back(c);
-        }
-      }
-    }
-  }
-  out.push_back('"');
-}
-
 namespace {
 
 // The model name of item k when the list holds a non-empty one and k is
@@ -156,8 +117,9 @@ class DisplayName {
   std::string_view get(const NameList& list, std::int64_t count, std::int64_t k,
                        std::string_view default_prefix) {
     if (const auto* name = model_name(list, count, k)) {
-      quoted_.clear();
-      quote_name(quoted_, *name);
+      quoted_.assign(1, '"');
+      append_escaped(quoted_, *name, kReportEscapes);
+      quoted_.push_back('"');
       return quoted_;
     }
     const char* end = fmt::format_to(default_, FMT_COMPILE("{}{:04d}"), default_prefix, k);
@@ -170,7 +132,7 @@ class DisplayName {
 };
 
 // Text left-aligned in `width` columns, as "{:<20}" and "{:6s}" give it: the
-// texts are ASCII (quote_name escapes every other byte), so a byte is a
+// texts are ASCII (display names escape every other byte), so a byte is a
 // column. Longer texts are written whole.
 char* put_padded(char* out, std::string_view text, std::size_t width) {
   std::memcpy(out, text.data(), text.size());

@@ -11,6 +11,7 @@
 #include <fmt/compile.h>  // FMT_COMPILE
 #include <fmt/format.h>   // fmt::format_to
 
+#include "strix/escape.h"
 #include "strix/solution.h"
 #include "strix/writers.h"
 
@@ -178,7 +179,7 @@ void write_names_member(TarWriter& tar, std::string_view member, const NameList&
                         std::string& text) {
   text.clear();
   for (std::string_view name : names.names) {
-    escape_item_name(text, name);
+    append_escaped(text, name, kItemNameEscapes);
     text.push_back('\n');
   }
   write_text_member(tar, member, text);
@@ -265,36 +266,6 @@ void TarWriter::finish() {
 }
 
 // ---------------------------------------------------------- task archive
-
-void escape_item_name(std::string& out, std::string_view name) {
-  static constexpr char kHex[] = "0123456789abcdef";
-  for (const char c : name) {
-    switch (c) {
-      case '\t':
-        out.append("\\t");
-        break;
-      case '\n':
-        out.append("\\n");
-        break;
-      case '\r':
-        out.append("\\r");
-        break;
-      case '\\':
-        out.append("\\\\");
-        break;
-      default:
-        // Read as signed, so bytes 0x80..0xFF are escaped with the controls
-        // while 0x7F is copied.
-        if (static_cast<signed char>(c) <= 31) {
-          const auto byte = static_cast<unsigned char>(c);
-          const char escaped[4] = {'\\', 'x', kHex[byte >> 4], kHex[byte & 0xF]};
-          out.append(escaped, sizeof escaped);
-        } else {
-          out.push_back(c);
-        }
-    }
-  }
-}
 
 void write_task(std::ostream& out, const Solution& solution) {
   TarWriter tar(out);

@@ -1,11 +1,10 @@
-// Tar archives with this program's header layout, and the task archive.
+// Tar archives with this program's header layout.
 #pragma once
 
 #include <array>        // std::array
 #include <cstddef>      // std::size_t
 #include <cstdint>      // fixed-width integers
 #include <ostream>      // std::ostream
-#include <string>       // std::string
 #include <string_view>  // std::string_view
 
 namespace strix {
@@ -29,9 +28,5 @@ class TarWriter {
   std::uint64_t remaining_ = 0;
   std::uint64_t pending_padding_ = 0;
 };
-
-// Appends an information item name as it appears in the archive's name
-// members: "\t", "\n", "\r", "\\" and "\xNN" for other control and high bytes.
-void escape_item_name(std::string& out, std::string_view name);
 
 }  // namespace strix

