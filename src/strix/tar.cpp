@@ -21,7 +21,8 @@ namespace {
 
 // ------------------------------------------------------------ tar header
 
-// One field of the 512-byte header block.
+// One field of a binary header (the tar header, the array member header):
+// where it starts and how many bytes it has.
 struct Field {
   std::size_t offset;
   std::size_t size;
@@ -71,10 +72,11 @@ void put_octal_digits(Block& block, std::size_t offset, std::size_t digits, std:
   }
 }
 
-// Mode, ids and checksum. Zero is "0000000" and a terminator while any other
-// value is eight digits without one: the asymmetry is part of the header
-// image these archives have always had, keep it.
-void put_octal_a(Block& block, Field field, std::uint32_t value) {
+// An 8-byte octal field: mode, ids and checksum. Zero is "0000000" and a
+// terminator while any other value is eight digits without one: the
+// asymmetry is part of the header image these archives have always had,
+// keep it.
+void put_octal_field(Block& block, Field field, std::uint32_t value) {
   if (value == 0) {
     put_bytes(block, field, std::string_view("0000000\0", 8));
     return;
@@ -98,16 +100,16 @@ void put_size(Block& block, std::uint64_t size) {
 
 // --------------------------------------------------- array member header
 
-// Header of an array member ("NLOM"), followed directly by the values.
+// Header of an array member ("NLOM"), followed directly by the values; its
+// fields are little-endian, and bytes 32..39 stay zero.
 constexpr std::size_t kArrayHeaderSize = 40;
 constexpr Field kArrayMagic{0, 4};
-constexpr std::size_t kArrayFlag = 4;
-constexpr std::size_t kArrayElementType = 6;
-constexpr std::size_t kArrayKind = 7;
-constexpr std::size_t kArrayOne = 8;      // u64 1
-constexpr std::size_t kArrayCount = 16;   // u64 element count
-constexpr std::size_t kArrayCount2 = 24;  // u64 element count again
-// Bytes 32..39 stay zero.
+constexpr Field kArrayFlag{4, 1};
+constexpr Field kArrayElementType{6, 1};
+constexpr Field kArrayKind{7, 1};
+constexpr Field kArrayOne{8, 8};      // the value 1
+constexpr Field kArrayCount{16, 8};   // the element count
+constexpr Field kArrayCount2{24, 8};  // the element count again
 
 constexpr unsigned char kFlagDefault = 8;
 constexpr unsigned char kFlagMatrix = 0;  // barx and bars
@@ -138,39 +140,39 @@ static_assert(std::endian::native == std::endian::little,
               "array members are written from memory and must be little-endian");
 static_assert(sizeof(double) == 8 && std::numeric_limits<double>::is_iec559);
 
-void put_u64_le(unsigned char* dst, std::uint64_t value) {
-  for (std::size_t i = 0; i < 8; ++i) {
-    dst[i] = static_cast<unsigned char>(value & 0xFF);
+using ArrayHeader = std::array<unsigned char, kArrayHeaderSize>;
+
+void put_u64_le(ArrayHeader& header, Field field, std::uint64_t value) {
+  for (std::size_t i = 0; i < field.size; ++i) {
+    header[field.offset + i] = static_cast<unsigned char>(value & 0xFF);
     value >>= 8;
   }
 }
 
 // ------------------------------------------------------- task archive
 
-constexpr std::uint32_t kMemberMode = 0600;
-constexpr std::uint32_t kOwnerId = 1001;
-constexpr std::string_view kOwnerName = "nollo";
+// Every member: mode 0600, user and group 1001, both named "nollo".
+constexpr TarOwner kMemberOwner{0600, 1001, 1001, "nollo", "nollo"};
 
 void write_text_member(TarWriter& tar, std::string_view name, const std::string& text) {
-  tar.write_header(name, kMemberMode, kOwnerId, kOwnerId, kOwnerName, kOwnerName, text.size());
+  tar.write_header(name, text.size());
   tar.write_data(text.data(), text.size());
 }
 
 template <typename T>
 void write_array_member(TarWriter& tar, std::string_view name, const Array<T>& values,
                         unsigned char flag = kFlagDefault, unsigned char kind = kKindDefault) {
-  std::array<unsigned char, kArrayHeaderSize> header{};
+  ArrayHeader header{};
   std::memcpy(header.data() + kArrayMagic.offset, "NLOM", kArrayMagic.size);
-  header[kArrayFlag] = flag;
-  header[kArrayElementType] = ElementType<T>::value;
-  header[kArrayKind] = kind;
-  put_u64_le(header.data() + kArrayOne, 1);
-  put_u64_le(header.data() + kArrayCount, values.size());
-  put_u64_le(header.data() + kArrayCount2, values.size());
+  header[kArrayFlag.offset] = flag;
+  header[kArrayElementType.offset] = ElementType<T>::value;
+  header[kArrayKind.offset] = kind;
+  put_u64_le(header, kArrayOne, 1);
+  put_u64_le(header, kArrayCount, values.size());
+  put_u64_le(header, kArrayCount2, values.size());
 
   const std::uint64_t bytes = std::uint64_t{values.size()} * sizeof(T);
-  tar.write_header(name, kMemberMode, kOwnerId, kOwnerId, kOwnerName, kOwnerName,
-                   kArrayHeaderSize + bytes);
+  tar.write_header(name, kArrayHeaderSize + bytes);
   tar.write_data(header.data(), header.size());
   tar.write_data(values.data(), bytes);
 }
@@ -189,48 +191,52 @@ void write_names_member(TarWriter& tar, std::string_view member, const NameList&
 
 // ------------------------------------------------------------- TarWriter
 
-// Bytes go to the stream buffer directly: a compressing buffer's exception
-// must reach the driver, which ostream::write would swallow into badbit.
-// What sputn returns is deliberately ignored; the stream's owner checks it.
-
-void TarWriter::write_header(std::string_view name, std::uint32_t mode, std::uint32_t uid,
-                             std::uint32_t gid, std::string_view uname, std::string_view gname,
-                             std::uint64_t size) {
-  block_.fill(0);
-  if (pending_padding_ != 0) {
-    stream_.rdbuf()->sputn(reinterpret_cast<const char*>(block_.data()),
-                           static_cast<std::streamsize>(pending_padding_));
-    pending_padding_ = 0;
-  }
-
-  put_bytes(block_, kName, name);
-  put_bytes(block_, kUname, uname);
-  put_bytes(block_, kGname, gname);
-
-  put_octal_a(block_, kMode, mode);
-  put_octal_a(block_, kUid, uid);
-  put_octal_a(block_, kGid, gid);
-  put_size(block_, size);
-  put_bytes(block_, kMtime, std::string_view("00000000000\0", 12));
-  block_[kTypeflag.offset] = '0';
-  put_bytes(block_, kDevmajor, std::string_view("0000000\0", 8));
-  put_bytes(block_, kDevminor, std::string_view("0000000\0", 8));
+TarWriter::TarWriter(std::ostream& stream, const TarOwner& owner) : stream_(stream) {
+  put_octal_field(template_, kMode, owner.mode);
+  put_octal_field(template_, kUid, owner.uid);
+  put_octal_field(template_, kGid, owner.gid);
+  put_bytes(template_, kUname, owner.uname);
+  put_bytes(template_, kGname, owner.gname);
+  put_bytes(template_, kMtime, std::string_view("00000000000\0", 12));
+  template_[kTypeflag.offset] = '0';
+  put_bytes(template_, kDevmajor, std::string_view("0000000\0", 8));
+  put_bytes(template_, kDevminor, std::string_view("0000000\0", 8));
   // A blank and "00", not the POSIX zero byte: the archive's readers expect it.
-  put_bytes(block_, kMagic, "ustar 00");
+  put_bytes(template_, kMagic, "ustar 00");
   // The user name's first byte is zeroed after the copy, so readers see an
   // empty user name while the rest of it stays in the field. Required bytes.
-  block_[kUname.offset] = 0;
-  std::fill_n(block_.begin() + kChecksum.offset, kChecksum.size, ' ');
+  template_[kUname.offset] = 0;
+  std::fill_n(template_.begin() + kChecksum.offset, kChecksum.size, ' ');
+}
 
+void TarWriter::put(const void* data, std::uint64_t n) {
+  stream_.rdbuf()->sputn(static_cast<const char*>(data), static_cast<std::streamsize>(n));
+}
+
+void TarWriter::put_zeros(std::uint64_t n) {
+  static constexpr Block kZeros{};
+  while (n > 0) {
+    const std::uint64_t k = std::min<std::uint64_t>(n, kZeros.size());
+    put(kZeros.data(), k);
+    n -= k;
+  }
+}
+
+void TarWriter::write_header(std::string_view name, std::uint64_t size) {
+  put_zeros(pending_padding_);
+  pending_padding_ = 0;
+
+  block_ = template_;
+  put_bytes(block_, kName, name);
+  put_size(block_, size);
   // Bytes are summed as signed values: 0x80..0xFF count negative.
   std::int32_t sum = 0;
   for (std::size_t i = 0; i < kChecksummedBytes; ++i) {
     sum += static_cast<signed char>(block_[i]);
   }
-  put_octal_a(block_, kChecksum, static_cast<std::uint32_t>(sum));
+  put_octal_field(block_, kChecksum, static_cast<std::uint32_t>(sum));
 
-  stream_.rdbuf()->sputn(reinterpret_cast<const char*>(block_.data()),
-                         static_cast<std::streamsize>(block_.size()));
+  put(block_.data(), block_.size());
   remaining_ = size;
   pending_padding_ = (kBlockSize - size % kBlockSize) % kBlockSize;
 }
@@ -244,7 +250,7 @@ void TarWriter::write_data(const void* data, std::uint64_t n) {
   // Bytes beyond the declared size are dropped: the header is already out.
   while (remaining_ != 0 && n != 0) {
     const std::uint64_t piece = std::min({n, remaining_, kMaxPiece});
-    stream_.rdbuf()->sputn(bytes, static_cast<std::streamsize>(piece));
+    put(bytes, piece);
     bytes += piece;
     n -= piece;
     remaining_ -= piece;
@@ -252,23 +258,16 @@ void TarWriter::write_data(const void* data, std::uint64_t n) {
 }
 
 void TarWriter::finish() {
-  block_.fill(0);
-  if (pending_padding_ != 0) {
-    stream_.rdbuf()->sputn(reinterpret_cast<const char*>(block_.data()),
-                           static_cast<std::streamsize>(pending_padding_));
-    pending_padding_ = 0;
-  }
+  put_zeros(pending_padding_);
+  pending_padding_ = 0;
   // Two zero blocks end the archive; it is not padded to a record size.
-  for (int i = 0; i < 2; ++i) {
-    stream_.rdbuf()->sputn(reinterpret_cast<const char*>(block_.data()),
-                           static_cast<std::streamsize>(block_.size()));
-  }
+  put_zeros(2 * kBlockSize);
 }
 
 // ---------------------------------------------------------- task archive
 
 void write_task(std::ostream& out, const Solution& solution) {
-  TarWriter tar(out);
+  TarWriter tar(out, kMemberOwner);
   std::string text;
 
   // Four version parts where the solution has three, the third always 0.

@@ -92,14 +92,16 @@ std::vector<FieldBytes> member_fields(const std::string& name, const std::string
                             {297, "nollo"}});
 }
 
+constexpr strix::TarOwner kOwner{0600, 1001, 1001, "nollo", "nollo"};
+
 void write_member_header(strix::TarWriter& tar, std::string_view name, std::uint64_t size) {
-  tar.write_header(name, 0600, 1001, 1001, "nollo", "nollo", size);
+  tar.write_header(name, size);
 }
 
 TEST(TarHeader, ZeroAndNonZeroOctalWithHandWorkedChecksum) {
   std::ostringstream out;
-  strix::TarWriter tar(out);
-  tar.write_header("a", 0, 8, 0, "", "", 0);
+  strix::TarWriter tar(out, {0, 8, 0, "", ""});
+  tar.write_header("a", 0);
   // Zero values are "0000000" and a zero byte, uid 8 is "00000010". Sum:
   // 'a' 97 + mode and gid 2*336 + uid 385 + size and mtime 2*528 + blanks 256
   // + typeflag 48 + "ustar 00" 687 + devmajor/devminor 2*336 = 3873 = 07441.
@@ -145,7 +147,7 @@ TEST(TarHeader, SizeFormsAndWholeLargeMembers) {
     SCOPED_TRACE(c.size);
     CountingBuf sink;
     std::ostream out(&sink);
-    strix::TarWriter tar(out);
+    strix::TarWriter tar(out, kOwner);
     write_member_header(tar, "big", c.size);
     const auto fields = member_fields("big", c.field);
     expect_header(sink.head, fields, expected_checksum(fields));
@@ -164,7 +166,7 @@ TEST(TarHeader, SizeFormsAndWholeLargeMembers) {
 
 TEST(TarArchive, EmptyArchiveIsTwoZeroBlocks) {
   std::ostringstream out;
-  strix::TarWriter(out).finish();
+  strix::TarWriter(out, kOwner).finish();
   EXPECT_EQ(out.str(), zeros(1024));
 }
 
@@ -174,7 +176,7 @@ TEST(TarArchive, PaddingIsWrittenLate) {
     const std::size_t padding = (512 - size % 512) % 512;
     const std::string data(size, 'd');
     std::ostringstream out;
-    strix::TarWriter tar(out);
+    strix::TarWriter tar(out, kOwner);
     write_member_header(tar, "m", size);
     tar.write_data(data.data(), data.size());
     EXPECT_EQ(out.str().size(), kBlock + size);  // the padding waits for what follows
@@ -191,7 +193,7 @@ TEST(TarArchive, PaddingIsWrittenLate) {
 
 TEST(TarArchive, DataBeyondDeclaredSizeIsDropped) {
   std::ostringstream out;
-  strix::TarWriter tar(out);
+  strix::TarWriter tar(out, kOwner);
   write_member_header(tar, "m", 5);
   tar.write_data("ab", 2);
   tar.write_data("cdefgh", 6);  // only "cde" fits
@@ -213,7 +215,7 @@ class FailingBuf : public std::streambuf {
 TEST(TarArchive, StreamBufferExceptionsComeThrough) {
   FailingBuf failing;
   std::ostream out(&failing);
-  strix::TarWriter tar(out);
+  strix::TarWriter tar(out, kOwner);
   EXPECT_THROW(write_member_header(tar, "m", 1), SinkFailure);
   EXPECT_THROW(tar.finish(), SinkFailure);
 }
