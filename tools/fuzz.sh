@@ -15,7 +15,8 @@ targets=("$@")
 [ ${#targets[@]} -gt 0 ] || targets=(solution zstd_reader record)
 
 CC=clang-14 CXX=clang++-14 cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-  -DSTRIX_BUILD_FUZZERS=ON -DSTRIX_SANITIZE=ON -DSTRIX_BUILD_TESTS=OFF >/dev/null
+  -DSTRIX_BUILD_FUZZERS=ON -DSTRIX_SANITIZE=ON -DSTRIX_BUILD_TESTS=OFF -DSTRIX_BUILD_PYTHON=OFF \
+  >/dev/null
 cmake --build build-fuzz -j2 --target "${targets[@]/#/fuzz_}"
 mkdir -p out
 

@@ -22,8 +22,8 @@ void usage() {
   // third line ends with a blank.
   static constexpr const char* kLines[] = {
       "Syntax: strix INFILE OUTFILE",
-      "  INFILE input solution file in .b or .b.zst format, '-.b' or '-.b.zst' to read from "
-      "stdin",
+      ("  INFILE input solution file in .b or .b.zst format, '-.b' or '-.b.zst' to read from "
+       "stdin"),
       "  OUTFILE is the output file to write to, '-' plus extension meaning stdout. ",
       "      Supported formats are:",
       "          -.json, -.json.zst, -.json.gz,",
