@@ -257,7 +257,12 @@ PYBIND11_MODULE(_strix, m) {
 
   m.def(
       "read", [](py::object source) { return std::const_pointer_cast<Solution>(read(source)); },
-      py::arg("source"));
-  m.def("convert", &convert, py::arg("infile"), py::arg("outfile"));
-  m.def("status_key_name", [](std::uint8_t key) { return strix::status_key_name(key); });
+      py::arg("source"),
+      "Reads a solution file: a path (Zstandard when it ends in .zst; -.b and -.b.zst are "
+      "standard input), a bytes-like object or a binary file.");
+  m.def("convert", &convert, py::arg("infile"), py::arg("outfile"),
+        "Converts infile to outfile as the strix command does, by their suffixes.");
+  m.def(
+      "status_key_name", [](std::uint8_t key) { return strix::status_key_name(key); },
+      py::arg("key"), "The name of one status key byte.");
 }
