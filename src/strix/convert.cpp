@@ -14,6 +14,7 @@
 
 #include "strix/compress.h"
 #include "strix/errors.h"
+#include "strix/limits.h"
 #include "strix/solution.h"
 #include "strix/streams.h"
 #include "strix/writers.h"
@@ -22,13 +23,6 @@ namespace strix {
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr std::size_t kCopyPiece = 4096;  // ".b" copies in constant memory
-// The pieces are gathered into blocks of this size before they are handed
-// on, and the input is buffered as much: a 4096-byte system call per piece
-// would make copying a large file several times slower than cp.
-constexpr std::size_t kCopyBlock = std::size_t{1} << 18;
-constexpr std::size_t kInputBuffer = std::size_t{1} << 18;
 
 // What the two names ask for. Suffixes follow the path rules: the last "."
 // of the last component, not a leading one; comparisons are case-sensitive.

@@ -9,6 +9,7 @@
 #include <fmt/format.h>   // fmt::format_to
 
 #include "strix/escape.h"
+#include "strix/limits.h"
 #include "strix/numbers.h"  // format_shortest
 #include "strix/outbuffer.h"
 #include "strix/report.h"  // status_key_name
@@ -63,10 +64,10 @@ void put_status_keys(OutBuffer& ob, std::string_view key, const Array<std::uint8
 // Appends values [first, last) as "{}" gives them, separated by ",".
 void put_values(OutBuffer& ob, const double* first, const double* last) {
   // Formatted straight into the buffer, a batch at a time.
-  constexpr std::ptrdiff_t kBatch = 1024;
   const double* const start = first;
   while (first != last) {
-    const double* const end = first + std::min(last - first, kBatch);
+    const double* const end =
+        first + std::min(last - first, static_cast<std::ptrdiff_t>(kJsonValueBatch));
     char* out =
         ob.room(static_cast<std::size_t>(end - first) * (1 + kMaxShortestSize) + kShortestRoom);
     for (; first != end; ++first) {

@@ -10,10 +10,12 @@
 
 #include <fmt/format.h>  // fmt::memory_buffer
 
+#include "strix/limits.h"
+
 namespace strix {
 
 // Output in large pieces: writers format into a memory buffer, which is
-// handed to the stream buffer whenever it passes kFlushAt bytes. Bytes go
+// handed to the stream buffer whenever it passes kOutputPiece bytes. Bytes go
 // through sputn directly, so a compressing buffer's failure reaches the
 // driver as its own exception.
 //
@@ -26,8 +28,6 @@ namespace strix {
 // document smaller than one piece is written without a thread.
 class OutBuffer {
  public:
-  static constexpr std::size_t kFlushAt = 1 << 18;
-
   explicit OutBuffer(std::streambuf* sink);
   // Hands over what is pending, swallowing failures: a writer calls flush()
   // itself at its end so that they reach the driver.
@@ -48,7 +48,7 @@ class OutBuffer {
   void commit(const char* end) { buf_->resize(static_cast<std::size_t>(end - buf_->data())); }
   // Call between pieces of output: hands over once enough has gathered.
   void maybe_flush() {
-    if (buf_->size() >= kFlushAt) hand_over();
+    if (buf_->size() >= kOutputPiece) hand_over();
   }
   // Hands over what is pending and waits until the stream buffer has it.
   void flush();

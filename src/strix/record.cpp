@@ -4,6 +4,7 @@
 #include <bit>        // std::endian
 #include <cstring>    // std::memset
 
+#include "strix/limits.h"
 #include "strix/solution.h"
 #include "strix/streams.h"
 
@@ -15,15 +16,6 @@ namespace {
 static_assert(std::endian::native == std::endian::little, "strix needs a little-endian host");
 
 constexpr std::size_t kBlock = 4096;  // chunk data moves through one such block
-// Plain arrays are read straight into their vector in pieces of this many
-// bytes (a multiple of every element size and of kBlock, so whole elements
-// come out exactly as block by block).
-constexpr std::uint64_t kPiece = std::uint64_t{1} << 20;
-// Protection against hostile sizes: a count or length prefix in the file
-// reserves at most this much, or what the rest of the input can hold where
-// its size is known, before its data has arrived; beyond it the vector
-// grows with the bytes actually read.
-constexpr std::uint64_t kFirstReserveBytes = std::uint64_t{8} << 20;
 
 unsigned char read_u8(Reader& in) {
   unsigned char b = 0;
@@ -63,7 +55,7 @@ void read_plain(Reader& in, Vec& out, std::uint64_t bytes, std::uint64_t expecte
   const std::uint64_t first = std::min({expected, bytes / sizeof(T), cap / sizeof(T)});
   out.reserve(out.size() + first);
   while (bytes > 0) {
-    const std::uint64_t want = std::min(bytes, kPiece);
+    const std::uint64_t want = std::min(bytes, kArrayReadPiece);
     const std::size_t old = out.size();
     out.resize(old + (want + sizeof(T) - 1) / sizeof(T));
     const std::uint64_t got = in.read(out.data() + old, want);

@@ -12,6 +12,7 @@
 #include <fmt/format.h>   // fmt::format_to
 
 #include "strix/escape.h"
+#include "strix/limits.h"
 #include "strix/solution.h"
 #include "strix/writers.h"
 
@@ -242,14 +243,10 @@ void TarWriter::write_header(std::string_view name, std::uint64_t size) {
 }
 
 void TarWriter::write_data(const void* data, std::uint64_t n) {
-  // Large arrays go out in 1 MiB pieces: on the machines measured, single
-  // writes of many megabytes into the page cache were at times three to four
-  // times slower than the same bytes in 1 MiB pieces, which never were.
-  constexpr std::uint64_t kMaxPiece = 1 << 20;
   const auto* bytes = static_cast<const char*>(data);
   // Bytes beyond the declared size are dropped: the header is already out.
   while (remaining_ != 0 && n != 0) {
-    const std::uint64_t piece = std::min({n, remaining_, kMaxPiece});
+    const std::uint64_t piece = std::min({n, remaining_, kArchiveWritePiece});
     put(bytes, piece);
     bytes += piece;
     n -= piece;

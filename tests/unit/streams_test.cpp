@@ -315,7 +315,7 @@ class FailingOnPieceBuf : public std::stringbuf {
 // Pieces of many sizes, handed over while the previous one is still being
 // written: the target gets every byte, in order.
 TEST(OutBuffer, PiecesArriveWholeAndInOrder) {
-  const std::string data = sample_bytes(5 * strix::OutBuffer::kFlushAt + 12345, 3);
+  const std::string data = sample_bytes(5 * strix::kOutputPiece + 12345, 3);
   std::stringbuf sink;
   {
     strix::OutBuffer ob(&sink);
@@ -341,7 +341,7 @@ TEST(OutBuffer, PiecesArriveWholeAndInOrder) {
 // A failure of the target reaches the writer at a later hand-over or at its
 // flush; after it nothing more is offered, also not by the destructor.
 TEST(OutBuffer, TargetFailureIsRethrownAndEndsTheOutput) {
-  const std::string piece(strix::OutBuffer::kFlushAt, 'x');
+  const std::string piece(strix::kOutputPiece, 'x');
   FailingOnPieceBuf sink(2);
   bool thrown = false;
   {
@@ -375,7 +375,7 @@ TEST(OutBuffer, TargetFailureIsRethrownAndEndsTheOutput) {
 // A writer left by its own exception after pieces were handed over: what it
 // formatted is still written, in order.
 TEST(OutBuffer, UnwindingWriterKeepsItsOutput) {
-  const std::string data = sample_bytes(3 * strix::OutBuffer::kFlushAt, 5);
+  const std::string data = sample_bytes(3 * strix::kOutputPiece, 5);
   std::stringbuf sink;
   try {
     strix::OutBuffer ob(&sink);
