@@ -9,21 +9,21 @@
 namespace strix {
 
 namespace {
-// The result is deliberately ignored: a plain file that cannot be written
-// loses the bytes silently; compressing buffers throw on their own.
-void put_piece(std::streambuf* sink, fmt::memory_buffer& piece) {
+// What the sink returns is deliberately not looked at: a plain file that
+// cannot be written loses the bytes silently; a compressing buffer throws.
+void offer_unchecked(std::streambuf* sink, fmt::memory_buffer& piece) {
   sink->sputn(piece.data(), static_cast<std::streamsize>(piece.size()));
 }
 }  // namespace
 
 // The hand-over between the writer and the thread that passes pieces on.
-struct OutBuffer::Pipe {
+struct OutBuffer::OutputThread {
   std::mutex mutex;
   std::condition_variable changed;
   fmt::memory_buffer* piece = nullptr;  // handed over, not yet passed on
   bool stop = false;
   std::exception_ptr failure;
-  std::thread thread;
+  std::thread worker;
 
   void run(std::streambuf* sink) {
     std::unique_lock lock(mutex);
@@ -34,7 +34,7 @@ struct OutBuffer::Pipe {
         lock.unlock();
         std::exception_ptr caught;
         try {
-          put_piece(sink, *piece);
+          offer_unchecked(sink, *piece);
         } catch (...) {
           caught = std::current_exception();
         }
@@ -58,13 +58,13 @@ OutBuffer::~OutBuffer() {
     flush();
   } catch (...) {
   }
-  if (pipe_) {
+  if (thread_) {
     {
-      const std::lock_guard lock(pipe_->mutex);
-      pipe_->stop = true;
+      const std::lock_guard lock(thread_->mutex);
+      thread_->stop = true;
     }
-    pipe_->changed.notify_all();
-    pipe_->thread.join();
+    thread_->changed.notify_all();
+    thread_->worker.join();
   }
 }
 
@@ -78,7 +78,7 @@ void OutBuffer::rethrow_failure() {
 
 void OutBuffer::write_here() {
   try {
-    put_piece(sink_, *buf_);
+    offer_unchecked(sink_, *buf_);
   } catch (...) {
     failure_ = std::current_exception();
   }
@@ -88,19 +88,19 @@ void OutBuffer::write_here() {
 
 void OutBuffer::wait_idle() {
   {
-    std::unique_lock lock(pipe_->mutex);
-    pipe_->changed.wait(lock, [&] { return pipe_->piece == nullptr; });
-    failure_ = pipe_->failure;
+    std::unique_lock lock(thread_->mutex);
+    thread_->changed.wait(lock, [&] { return thread_->piece == nullptr; });
+    failure_ = thread_->failure;
   }
   rethrow_failure();
 }
 
-bool OutBuffer::start_pipe() {
+bool OutBuffer::start_thread() {
   if (no_thread_) return false;
   try {
-    auto pipe = std::make_unique<Pipe>();
-    pipe->thread = std::thread([p = pipe.get(), sink = sink_] { p->run(sink); });
-    pipe_ = std::move(pipe);
+    auto thread = std::make_unique<OutputThread>();
+    thread->worker = std::thread([p = thread.get(), sink = sink_] { p->run(sink); });
+    thread_ = std::move(thread);
     return true;
   } catch (const std::system_error&) {
     // No thread to be had: the pieces are written in turn, as they come.
@@ -114,22 +114,22 @@ bool OutBuffer::start_pipe() {
 void OutBuffer::hand_over() {
   rethrow_failure();
   if (buf_->size() == 0) return;
-  if (!pipe_ && !start_pipe()) {
+  if (!thread_ && !start_thread()) {
     write_here();
     return;
   }
   wait_idle();
   {
-    const std::lock_guard lock(pipe_->mutex);
-    pipe_->piece = buf_;
+    const std::lock_guard lock(thread_->mutex);
+    thread_->piece = buf_;
   }
-  pipe_->changed.notify_all();
+  thread_->changed.notify_all();
   buf_ = buf_ == &pieces_[0] ? &pieces_[1] : &pieces_[0];
 }
 
 void OutBuffer::flush() {
   rethrow_failure();
-  if (!pipe_) {
+  if (!thread_) {
     // No thread: for what fits in one piece, or when none could be started.
     if (buf_->size() != 0) write_here();
     return;

@@ -17,15 +17,14 @@ namespace strix {
 // Output in large pieces: writers format into a memory buffer, which is
 // handed to the stream buffer whenever it passes kOutputPiece bytes. Bytes go
 // through sputn directly, so a compressing buffer's failure reaches the
-// driver as its own exception.
+// caller as its own exception (what a failing sink means: errors.h, IOError).
 //
 // Once the first full piece is handed over, a second thread does the
 // handing: the writer formats the next piece while the last one is written
 // to the file or compressed. The pieces reach the stream buffer in order and
 // from one thread at a time; when flush() returns, that thread is done with
-// it. A failure of the stream buffer is rethrown to the writer at its next
-// hand-over or flush, and nothing more is offered to it after that. A
-// document smaller than one piece is written without a thread.
+// it. A document smaller than one piece, or a run where no thread could be
+// started, is written without one.
 class OutBuffer {
  public:
   explicit OutBuffer(std::streambuf* sink);
@@ -54,9 +53,9 @@ class OutBuffer {
   void flush();
 
  private:
-  struct Pipe;
+  struct OutputThread;
 
-  bool start_pipe();
+  bool start_thread();
   void hand_over();
   void wait_idle();
   void write_here();
@@ -65,7 +64,7 @@ class OutBuffer {
   std::streambuf* sink_;
   fmt::memory_buffer pieces_[2];
   fmt::memory_buffer* buf_ = &pieces_[0];  // the piece being formatted
-  std::unique_ptr<Pipe> pipe_;             // started by the first hand-over
+  std::unique_ptr<OutputThread> thread_;   // started by the first hand-over
   bool no_thread_ = false;
   std::exception_ptr failure_;  // the stream buffer's, once it has failed
 };
