@@ -247,9 +247,12 @@ class Driver(Case):
 
     def test_zstd_input(self):
         z = lambda data: self.tool("zstd", "-q", "-c", "-19", stdin=data)  # noqa: E731
-        # Frames in a row are one stream.
-        for data, out, want in ((z(BLOB), "out.b.zst", BLOB), (b"", "-.b", b""),
-                                (z(BLOB[:5000]) + z(BLOB[5000:]), "-.b", BLOB)):
+        # Frames in a row are one stream, but a decompression call that
+        # yields nothing (here an empty frame) ends it as the input's end does.
+        ends = z(b"A" * 9) + z(b"") + z(b"B")
+        self.assertEqual(self.tool(*UNPACK[".zst"], stdin=ends), b"A" * 9 + b"B")
+        for data, out, want in ((z(BLOB), "out.b.zst", BLOB), (ends, "-.b", b"A" * 9),
+                                (b"", "-.b", b""), (z(BLOB[:5000]) + z(BLOB[5000:]), "-.b", BLOB)):
             self.assertEqual(self.run_ok("-.b.zst", out, stdin=data), want)
         with open(EXAMPLE, "rb") as f:
             self.assertEqual(self.run_ok("-.b.zst", "-.json", stdin=z(f.read())),
@@ -474,7 +477,8 @@ class Writers(Case):
         files += [full_file(kinds=k) for k in (("interior",), ("integer",), ("basic", "integer"))]
         files += [sol(**{f: None}) for f in ("pobj", "dobj", "xx", "slx", "snx", "barx", "bars",
                                              "skn", "doty")]
-        for sf in files + [RAW]:
+        big = noisy(40000)  # a document of many pieces
+        for sf in files + [big, RAW]:
             doc, members = self.run_ok(sf, "out.json"), task_members(sf)
             self.assertEqual((doc, self.run_ok(sf, "out.jtask.zst")), (json_doc(sf), doc))
             if sf is not RAW:
@@ -505,6 +509,12 @@ class Writers(Case):
             b'"numvar" : 2147483647, "numcon" : 0, "numcone" : 0, "numbarvar" : 0, '
             b'"numacc" : 9223372036854775807, "nollover":[0,65536,7]},"Task/solutions":{},'
             b'"Task/information":{"int32":{},"int64":{},"double":{}}}'))
+        # The document of many pieces, parsed and compared value by value.
+        doc = self.run_ok(big, "out.json")
+        basic = json.loads(doc)["Task/solutions"]["basic"]
+        keys = ("xx", "slx", "sux", "snx")
+        self.assertEqual([len(doc) > 10 << 18] + [[float(v) for v in basic[k]] for k in keys],
+                         [True] + [getattr(big.solutions[0], k) for k in keys])
 
     def test_text_reports(self):
         self.assertEqual(self.run_ok(SMALL, "out.txt").decode("latin-1"), SMALL_REPORT)
@@ -574,10 +584,17 @@ class Streams(Case):
                               self.run_ok(EXAMPLE, "o.xml" + z, 7, XML)], [b""] * 3)
 
     # Compressing buffers check their writes: a full device ends the run in
-    # the guarded region. Writes of an uncompressed output are not checked.
+    # the guarded region, also from the writers' output thread (large
+    # documents) and from a document written in one piece (small ones).
+    # Writes of an uncompressed output are not checked.
     def test_failed_writes(self):
         self.write("in.b", random.Random(5).randbytes(1 << 20))
-        for source, out in (("in.b", "out.b.zst"), ("in.b", "out.b.gz"), ("in.b", "out.b")):
+        for n in (2000, 3500, 20000):  # JSON in one piece, in two, in many
+            self.write(f"{n}.b", noisy(n))
+        for source, out in (("in.b", "out.b.zst"), ("in.b", "out.b.gz"), ("in.b", "out.b"),
+                            ("2000.b", "out.json.gz"), ("3500.b", "o.json.zst"),
+                            ("20000.b", "out.json.zst"), ("20000.b", "out.txt.gz"),
+                            ("20000.b", "out.task.zst")):
             os.symlink("/dev/full", os.path.join(self.dir, out))
             self.assertEqual(self.strix(source, out)[:2], (ABORT, UNKNOWN) if out[-2:] != ".b"
                              else (0, ""))
