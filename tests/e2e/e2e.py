@@ -1,8 +1,8 @@
 # End-to-end cases: the built strix on files from the builder. Its status,
-# standard error and output are compared with texts worked out by hand, with
-# models of the output forms written here from the format descriptions, or
-# checked by independent tools (zstd, gzip, GNU tar, tarfile, json,
-# jsonschema). `e2e.py GROUP` runs one group of cases.
+# standard error and output are compared with texts worked out by hand or
+# with models of the output forms written here, or checked by independent
+# tools (zstd, gzip, GNU tar, tarfile, json, jsonschema). `e2e.py GROUP`
+# runs one group of cases.
 
 import json
 import math
@@ -311,7 +311,7 @@ class Reader(Case):
         base = full_file(kinds=("integer",)).sections()
         cases = [(data, f"Got bad BOM {bom}\n{SRC}:1036:IncompatibleFileError") for data, bom in (
             (b"ABCD" + SolutionFile().to_bytes()[4:], "44434241"), (b"NL", "00004c4e"),
-            (b"", "00000000"))]
+            (b"", "00000000"), (b"nlob", "626f6c6e"))]
         cases += [(replace(base, n, f), f"{SRC}:{line}:{text}") for n, f, line, text in BAD_FORMATS]
         # A missing required section is reported by the check of its place.
         msg = {n: f"{SRC}:{line}:{text}" for n, _, line, text in BAD_FORMATS}
@@ -503,7 +503,7 @@ class Writers(Case):
         self.assertEqual(self.run_ok(chunked, "out.json"),
                          json_doc(SolutionFile(solutions=[Item("basic")])))
         schema.validate(json.loads(self.run_ok(EXAMPLE, "out.json")))
-        # The models, worked out by hand where it matters most.
+        # The model, worked out by hand for the document without solutions.
         self.assertEqual(json_doc(empty), (
             b'{"$schema" : "https://strix.example.org/json/solution/schema#","Task/INFO":{'
             b'"numvar" : 2147483647, "numcon" : 0, "numcone" : 0, "numbarvar" : 0, '
