@@ -1,11 +1,13 @@
 // Readers and buffers where the command line does not reach: requests of
 // zero bytes, getc, what is left of a regular file and what the record
-// reader reserves from that, compression levels.
+// reader reserves from that, compression levels, a target that fails every
+// write.
 #include "strix/streams.h"
 
 #include <zstd.h>  // ZSTD_compress
 
 #include <cstdio>   // std::tmpfile, fmemopen
+#include <memory>   // std::make_unique
 #include <sstream>  // std::stringbuf
 #include <string>   // std::string
 
@@ -73,21 +75,32 @@ TEST(FileReader, GetcAndReservationFromWhatIsLeft) {
   }
 }
 
-// Levels below 1 and above 22 are clamped; unclamped, 0 would be the
-// library's default level 3 and -5 a faster level than 1.
-TEST(ZstdOutstreambuf, LevelsAreClamped) {
+// Levels below 1 and above 22 are clamped (unclamped, 0 would be the
+// library's default level 3 and -5 a faster level than 1). A target that
+// takes nothing fails a write with IOError, and destroying the buffer then is
+// quiet: it does not try the rest of the stream a second time.
+TEST(CompressingBuffers, LevelsAndAFailedTarget) {
   std::string data;
-  for (int i = 0; data.size() < 30000; ++i) data += std::to_string(i * 7919 % 10007) + ' ';
-  ASSERT_NE(zstd_frame(data, 1), zstd_frame(data, 3));
-  ASSERT_NE(zstd_frame(data, 1), zstd_frame(data, -5));
+  for (int i = 0; data.size() < (1 << 20); ++i) data += std::to_string(i * 7919 % 10007) + ' ';
+  const std::string part = data.substr(0, 30000);
+  ASSERT_TRUE(zstd_frame(part, 1) != zstd_frame(part, 3) &&
+              zstd_frame(part, 1) != zstd_frame(part, -5));
   const auto frame = [&](int level) {
     std::stringbuf sink;
-    strix::zstd::outstreambuf(&sink, level)
-        .sputn(data.data(), static_cast<std::streamsize>(data.size()));
+    strix::zstd::outstreambuf(&sink, level).sputn(part.data(), 30000);
     return sink.str();
   };
   EXPECT_NE(frame(1), frame(22));
   EXPECT_TRUE(frame(0) == frame(1) && frame(-5) == frame(1) && frame(30) == frame(22));
+
+  struct : std::streambuf {
+    std::streamsize xsputn(const char*, std::streamsize) override { return 0; }
+  } refusing;
+  auto z = std::make_unique<strix::zstd::outstreambuf>(&refusing, 1);
+  auto g = std::make_unique<strix::gzip::streambuf>(&refusing, 1);
+  EXPECT_THROW(z->sputn(data.data(), static_cast<std::streamsize>(data.size())), strix::IOError);
+  EXPECT_THROW(g->sputn(data.data(), static_cast<std::streamsize>(data.size())), strix::IOError);
+  EXPECT_NO_THROW((z.reset(), g.reset()));
 }
 
 }  // namespace
