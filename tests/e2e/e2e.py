@@ -235,9 +235,8 @@ class Driver(Case):
             self.assertEqual(self.run_ok(EXAMPLE, name, 7, err), b"")
         err = f"{SRC}:1041:Expected section 'NLOSOLN'\n"
         self.assertEqual(self.run_ok(b"NLOB", "out.xml", ABORT, err), b"")
-
-    def test_b_output_copies_any_input(self):
-        # Only "-.b" and "-.b.zst" are standard input; "-" and "-.zst" are files.
+        # The .b output copies any input unchecked. Only "-.b" and "-.b.zst"
+        # name standard input; "-" and "-.zst" are files.
         files = {"in.b": BLOB, "notes.txt": b"no solution\n", "e.b": b"", "-": b"file -",
                  "./-.b": b"file ./-.b", "-.zst": self.tool("zstd", "-c", stdin=b"file -.zst")}
         for name, data in files.items():
@@ -254,9 +253,8 @@ class Driver(Case):
         for data, out, want in ((z(BLOB), "out.b.zst", BLOB), (ends, "-.b", b"A" * 9),
                                 (b"", "-.b", b""), (z(BLOB[:5000]) + z(BLOB[5000:]), "-.b", BLOB)):
             self.assertEqual(self.run_ok("-.b.zst", out, stdin=data), want)
-        with open(EXAMPLE, "rb") as f:
-            self.assertEqual(self.run_ok("-.b.zst", "-.json", stdin=z(f.read())),
-                             self.run_ok(EXAMPLE, "-.json"))
+        self.assertEqual(self.run_ok("-.b.zst", "-.json", stdin=self.tool("zstd", "-c", EXAMPLE)),
+                         self.run_ok(EXAMPLE, "-.json"))
         # Corrupt frames: what was read before the failing read is written,
         # every whole piece of a good frame.
         packed = z(BLOB)
@@ -502,7 +500,6 @@ class Writers(Case):
                                names={"var": [b"a"]}, info_f64=[(b"t", 1.0)], form="chunked")
         self.assertEqual(self.run_ok(chunked, "out.json"),
                          json_doc(SolutionFile(solutions=[Item("basic")])))
-        schema.validate(json.loads(self.run_ok(EXAMPLE, "out.json")))
         # The model, worked out by hand for the document without solutions.
         self.assertEqual(json_doc(empty), (
             b'{"$schema" : "https://strix.example.org/json/solution/schema#","Task/INFO":{'
@@ -542,12 +539,6 @@ class Writers(Case):
                                  "Solutions\n" + OPENING.format("interior", "optimal optimal",
                                                                  "feasible feasible")
                                  + f"    BarVariables\n      {line}:\n")
-        # Many pieces: everything formatted before the error is written, in order.
-        sf = noisy(3000)
-        plain = self.run_ok(sf, "out.txt")
-        sf.numbarvar, sf.barvar_pattern = 1, [3]
-        self.assertEqual(self.run_ok(sf, "out.txt", ABORT, UNKNOWN), plain[:plain.index(
-            b"    Constraints")] + b"    BarVariables\n      barvar0000(3):\n")
 
 
 # ------------------------------------------------------ compressed outputs
