@@ -9,9 +9,10 @@ import sys
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(HERE, "..", "tests"))
+sys.path.insert(0, os.path.join(HERE, "..", "examples"))
 
-import solgen  # noqa: E402
-from solgen import Item, SolutionFile, arr, f64s, section_tuple, serialize  # noqa: E402
+from make_example import example  # noqa: E402
+from solgen import Item, SolutionFile, arr, pack, serialize  # noqa: E402
 
 
 def item(kind, **over):
@@ -36,7 +37,7 @@ def full(**over):
 def solution_seeds():
     seeds = {
         "minimal": SolutionFile(),
-        "example": solgen.example(),
+        "example": example(),
         "full": full(),
         "full_nonminimal": full(form=2),
         "chunked": SolutionFile(solutions=[Item("basic", skx=b"b", xx=[])], form="chunked"),
@@ -52,18 +53,18 @@ def solution_seeds():
     out = {k: v.to_bytes() for k, v in seeds.items()}
     base = full().sections()
     out["bad_mark"] = b"ABCD" + out["minimal"][4:]
-    out["bad_format"] = serialize([(n, b"[d" if n == b"sol/basic/con/dual" else f, p)
+    out["bad_format"] = serialize([(n, "[d" if n == "sol/basic/con/dual" else f, p)
                                    for n, f, p in base])
     out["inconsistent"] = full(solutions=[item("basic", xx=[1])]).to_bytes()
     out["out_of_order"] = full(solutions=[item("basic"), item("interior")]).to_bytes()
-    out["huge_counts"] = serialize([section_tuple("NLOSOLN", "[B", arr(b"")),
-                                    section_tuple("version", "III", bytes(12)),
-                                    section_tuple("numvar", "I", solgen.u32(4_000_000_000)),
-                                    section_tuple("numbarvar", "I", solgen.u32(2**31 - 1)),
-                                    section_tuple("numcon", "I", solgen.u32(2**31 - 1)),
-                                    section_tuple("numcone", "I", solgen.u32(5)),
-                                    section_tuple("numacc", "L", solgen.u64(2**62)),
-                                    section_tuple("sol/basic", "[B[B", b"\xe1" + bytes(7))])
+    out["huge_counts"] = serialize([("NLOSOLN", "[B", arr(b"")),
+                                    ("version", "III", bytes(12)),
+                                    ("numvar", "I", pack("I", [4_000_000_000])),
+                                    ("numbarvar", "I", pack("I", [2**31 - 1])),
+                                    ("numcon", "I", pack("I", [2**31 - 1])),
+                                    ("numcone", "I", pack("I", [5])),
+                                    ("numacc", "L", pack("Q", [2**62])),
+                                    ("sol/basic", "[B[B", b"\xe1" + bytes(7))])
     out["truncated"] = out["full"][:300]
     return out
 
@@ -74,8 +75,7 @@ def record_seeds():
         "chunked": b"\x01a\x02[B\xe0\x00\x03abc\x00\x00\x01b\x02[d\xe0\x00\x08" + bytes(8) +
                    b"\x00\x00",
         "long_prefix": b"\x00\x00\xff" + bytes(16),
-        "arrays": b"".join(solgen.section(b"s", b"[d", arr(f64s([1.0, 2.0]), 3))
-                           for _ in range(5)),
+        "arrays": serialize([("s", "[d", arr(pack("d", [1.0, 2.0]), 3))] * 5, mark=b""),
     }
 
 
