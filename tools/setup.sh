@@ -4,14 +4,15 @@
 set -euo pipefail
 
 packages=(
-  g++ cmake make pkg-config        # toolchain
-  libzstd-dev zlib1g-dev libfmt-dev # libraries strix links
-  pybind11-dev python3-dev python3-numpy  # the Python module
-  libgtest-dev libbenchmark-dev     # unit tests and benchmarks
-  zstd gzip tar time                # independent tools the end-to-end tests check with
-  python3 python3-jsonschema        # solution file builder, JSON schema validation
-  clang-14 libclang-rt-14-dev       # libFuzzer targets
-  clang-format git                  # the formatting check
+  g++ cmake make pkg-config               # toolchain
+  libzstd-dev libisal-dev libfmt-dev       # libraries strix links
+  pybind11-dev python3-dev python3-numpy   # the Python module
+  libgtest-dev libbenchmark-dev            # unit tests and benchmarks
+  zstd gzip tar time                       # independent tools the end-to-end tests check with
+  isal                                     # igzip, the benchmark's gzip reference
+  python3 python3-jsonschema               # solution file builder, JSON schema validation
+  clang-14 libclang-rt-14-dev              # libFuzzer targets
+  clang-format git                         # the formatting check
 )
 
 missing=()

@@ -3,21 +3,22 @@
 #pragma once
 
 #include <array>      // std::array
-#include <cstddef>    // std::size_t
+#include <memory>     // std::unique_ptr
 #include <streambuf>  // std::streambuf
-#include <vector>     // std::vector
-
-#include <zlib.h>  // z_stream
-#include <zstd.h>  // ZSTD_CStream
 
 namespace strix {
 
 namespace zstd {
 
-// Compresses everything put into it into a target stream buffer (not owned).
-// Destruction finishes the frame.
+// Compresses everything put into it into one Zstandard frame in a target
+// stream buffer (not owned). close() ends the frame and reports failures;
+// destruction ends it if close() was not called, swallowing a failure.
+// A failing target throws IOError and closes the buffer (see errors.h), a
+// failure of the library throws zstd::CompressionError. Worker threads
+// compress the frame; its bytes do not depend on their timing.
 class outstreambuf : public std::streambuf {
  public:
+  // The level is clamped to the library's range, 1 to its maximum.
   outstreambuf(std::streambuf* target, int level);
   ~outstreambuf() override;
   // Ends the frame and writes its tail; afterwards does nothing.
@@ -30,29 +31,28 @@ class outstreambuf : public std::streambuf {
   int_type overflow(int_type c) override;
 
  private:
-  void write_out(std::size_t n);
+  struct Engine;
 
-  ZSTD_CStream* context_;
-  ZSTD_outBuffer out_desc_;
-  ZSTD_inBuffer in_desc_;
   std::array<char, 65536> put_area_;
-  std::vector<char> out_buf_;
-  std::streambuf* target_;
-  bool open_ = true;
+  std::unique_ptr<Engine> engine_;  // null once closed
 };
 
 }  // namespace zstd
 
 namespace gzip {
 
-// Deflates everything put into it, with a gzip header and trailer, into a
-// target stream buffer (not owned). The byte that triggers an overflow is not
-// stored: at every 65536-byte boundary of the text one byte is dropped.
-// Readers of these files expect exactly that, so it stays.
+// Deflates everything put into it into one gzip member in a target stream
+// buffer (not owned). The byte that triggers an overflow is not stored: at
+// every 65536-byte boundary of the text one byte is dropped. Readers of these
+// files expect exactly that, so it stays. close(), destruction and a failing
+// target as for the Zstandard buffer; a failure of the deflate engine throws
+// gzip::GZipError with the engine's code.
 class streambuf : public std::streambuf {
  public:
+  // Levels are the engine's, 0 to 3; others throw GZipError.
   streambuf(std::streambuf* target, int level);
   ~streambuf() override;
+  // Ends the member and writes its tail; afterwards does nothing.
   void close();
 
   streambuf(const streambuf&) = delete;
@@ -62,14 +62,10 @@ class streambuf : public std::streambuf {
   int_type overflow(int_type c) override;
 
  private:
-  void write_out();
+  struct Engine;
 
-  z_stream zs_{};
   std::array<char, 65536> put_area_;
-  std::vector<unsigned char> out_buf_;
-  std::streambuf* target_;
-  bool open_ = true;
-  bool initialised_ = false;
+  std::unique_ptr<Engine> engine_;  // null once closed
 };
 
 }  // namespace gzip
