@@ -4,8 +4,13 @@ Generates large solution files with the project's builder, converts them with
 the built strix to every form, and compares each conversion's median wall
 time with the floor that bounds it: {fmt} formatting the same doubles with a
 compiled format into memory (JSON, text), copying the file with cp (task
-archive, .b copy), and the zstd and zlib libraries alone (compressed forms).
-Peak resident memory comes from wait4 of each child.
+archive, .b copy), and the zstd and ISA-L libraries alone (compressed forms).
+Compressed forms are also timed against the plain form and against the
+reference tools `igzip -3` and `zstd -3` on the same plain output, and their
+sizes are compared with `gzip -3` and `zstd -3` on that output. The Python
+module's strix.read is timed in-process against the ".task" conversion and
+against json.load of the command's JSON. Peak resident memory comes from
+/usr/bin/time of each child.
 
     python3 bench/run.py [--numvar N] [--numcon M] [--runs 5] [--report FILE]
 """
@@ -29,7 +34,8 @@ sys.path.insert(0, os.path.join(ROOT, "tests"))
 
 from solgen import Item, SolutionFile  # noqa: E402
 
-FORMS = [".json", ".txt", ".task", ".b", ".json.zst", ".json.gz", ".task.zst"]
+FORMS = [".json", ".txt", ".task", ".b", ".json.zst", ".json.gz", ".txt.gz", ".task.zst",
+         ".task.gz"]
 
 
 def large(numvar, numcon, round_values=False, seed=1):
@@ -91,7 +97,30 @@ def build(build_dir):
                    stdout=subprocess.DEVNULL)
     subprocess.run(["cmake", "--build", build_dir, "-j2", "--target", "strix", "strix_floors"],
                    check=True, stdout=subprocess.DEVNULL)
+    subprocess.run(["cmake", "--build", build_dir, "-j2", "--target", "strix_python"], check=True,
+                   stdout=subprocess.DEVNULL)
     return os.path.join(build_dir, "strix"), os.path.join(build_dir, "bench", "strix_floors")
+
+
+# Seconds of the timed statement in a fresh Debian interpreter with the
+# module importable, and that child's peak RSS in MB.
+PY_TIMED = """import json, sys, time, strix
+start = time.perf_counter()
+{}
+print(time.perf_counter() - start)"""
+
+
+def python_run(build_dir, statement, runs):
+    env = dict(os.environ, PYTHONPATH=os.path.join(build_dir, "python"))
+    results = []
+    with tempfile.NamedTemporaryFile("r") as rss:
+        for _ in range(runs):
+            out = subprocess.run(["/usr/bin/time", "-o", rss.name, "-f", "%M", "/usr/bin/python3",
+                                  "-c", PY_TIMED.format(statement)], env=env,
+                                 capture_output=True, text=True, check=True)
+            rss.seek(0)
+            results.append((float(out.stdout), int(rss.read().split()[-1]) / 1024.0))
+    return statistics.median(r[0] for r in results), max(r[1] for r in results)
 
 
 def machine():
@@ -107,8 +136,10 @@ def machine():
     return f"{platform.node()}: {cpu}, {os.cpu_count()} cores, {platform.system()} {platform.release()}"
 
 
-def bench_file(label, path, vectors_mb, doubles, strix, floors, work, runs):
+def bench_file(label, path, vectors_mb, doubles, strix, floors, build_dir, work, runs):
     size_mb = os.path.getsize(path) / 1e6
+    with open("/proc/loadavg") as f:
+        load = f.read().split()[0]
     rows, checks = [], []
 
     def out(form):
@@ -137,6 +168,29 @@ def bench_file(label, path, vectors_mb, doubles, strix, floors, work, runs):
     cp_dst = os.path.join(work, "cp.b")
     fl["cp"] = median_run(["cp", path, cp_dst], cp_dst, runs)[0]
 
+    # The reference tools on the plain outputs: igzip and zstd timed, gzip -3
+    # only for its size.
+    tools, sizes = {}, []
+    for form, tool, suffix in ((".json", "igzip", ".gz"), (".txt", "igzip", ".gz"),
+                               (".task", "igzip", ".gz"), (".json", "zstd", ".zst"),
+                               (".task", "zstd", ".zst")):
+        ref = os.path.join(work, "ref" + form + suffix)
+        cmd = ([tool, "-3", "-f", "-o", ref, out(form)] if tool == "igzip" else
+               [tool, "-q", "-3", "-f", out(form), "-o", ref])
+        tools[f"{tool} -3 {form}"] = median_run(cmd, ref, runs)[0]
+        sizes.append((form + suffix, f"{tool} -3 {form}", os.path.getsize(ref)))
+    for form in (".json", ".txt", ".task"):
+        with open(os.path.join(work, "ref.gz"), "wb") as f:
+            subprocess.run(["gzip", "-3", "-c", out(form)], stdout=f, check=True)
+        sizes.append((form + ".gz", f"gzip -3 {form}", os.path.getsize(f.name)))
+
+    # The Python module: strix.read in-process, against the interpreter with
+    # the module imported and against json.load of the command's JSON.
+    py = {"strix.read": python_run(build_dir, f"strix.read({path!r})", runs),
+          "import only": python_run(build_dir, "pass", runs),
+          "json.load": python_run(build_dir, f"json.load(open({out('.json')!r}))",
+                                  min(runs, 3))}
+
     def check(name, ratio, limit):
         checks.append((name, ratio, limit, "ok" if ratio <= limit else "OVER"))
 
@@ -152,6 +206,22 @@ def bench_file(label, path, vectors_mb, doubles, strix, floors, work, runs):
           fl["gzip json (lib)"], 1.1)
     check("(.task.zst - .task) / zstd", (times[".task.zst"] - times[".task"]) /
           fl["zstd task (lib)"], 1.1)
+    check(".json.gz / .json", times[".json.gz"] / times[".json"], 2.0)
+    check(".txt.gz / .txt", times[".txt.gz"] / times[".txt"], 2.5)
+    check(".json.zst / .json", times[".json.zst"] / times[".json"], 2.3)
+    check(".task.gz / igzip -3 .task", times[".task.gz"] / tools["igzip -3 .task"], 1.0)
+    check(".task.zst / zstd -3 .task", times[".task.zst"] / tools["zstd -3 .task"], 1.0)
+    # gzip -3 is a size target for 17-digit values only: on round values ISA-L's
+    # best level is some 8 % larger than zlib's level 3, as igzip -3 is.
+    size_limits = {".json.gz": 1.01, ".json.zst": 1.02}
+    for form, ref, ref_size in sizes:
+        if form in size_limits and (ref.startswith(("igzip", "zstd")) or label[0] == "1"):
+            check(f"size {form} / {ref}", os.path.getsize(out(form)) / ref_size, size_limits[form])
+    check("strix.read / .task", py["strix.read"][0] / times[".task"], 1.3)
+    check("strix.read / json.load (at most 1/20)", py["strix.read"][0] / py["json.load"][0],
+          0.05)
+    check(f"peak MB strix.read / (1.2 x {vectors_mb:.0f} + import only)",
+          py["strix.read"][1] / (1.2 * vectors_mb + py["import only"][1]), 1.0)
     for form, _, _, rss in rows:
         if form == ".b" or form.endswith("-> .b"):
             check(f"peak MB {form} (limit 8)", rss, 8.0)
@@ -160,13 +230,20 @@ def bench_file(label, path, vectors_mb, doubles, strix, floors, work, runs):
                   1.0)
 
     lines = [f"### {label}: {os.path.basename(path)}, {size_mb:.1f} MB, "
-             f"{vectors_mb:.1f} MB of vectors", "",
+             f"{vectors_mb:.1f} MB of vectors", "", f"1-minute load before the runs: {load}", "",
              "| conversion | median s | MB/s of input | M doubles/s | peak RSS MB |",
              "|---|---|---|---|---|"]
     lines += [f"| {f} | {w:.3f} | {m:.0f} | {doubles / w / 1e6:.1f} | {r:.1f} |"
               for f, w, m, r in rows]
     lines += ["", "| floor | median s |", "|---|---|"]
     lines += [f"| {k} | {v:.3f} |" for k, v in fl.items()]
+    lines += ["", "| reference tool | median s |", "|---|---|"]
+    lines += [f"| {k} | {v:.3f} |" for k, v in tools.items()]
+    lines += ["", "| output | bytes | reference | bytes | size ratio |", "|---|---|---|---|---|"]
+    lines += [f"| {f} | {os.path.getsize(out(f))} | {r} | {n} | {os.path.getsize(out(f)) / n:.4f} |"
+              for f, r, n in sizes]
+    lines += ["", "| Python | median s | peak RSS MB |", "|---|---|---|"]
+    lines += [f"| {k} | {t:.3f} | {m:.1f} |" for k, (t, m) in py.items()]
     lines += ["", "| ratio | measured | target | |", "|---|---|---|---|"]
     lines += [f"| {n} | {r:.2f} | {lim} | {v} |" for n, r, lim, v in checks]
     return "\n".join(lines) + "\n", all(c[3] == "ok" for c in checks)
@@ -193,8 +270,8 @@ def main():
             path = os.path.join(work, "round.b" if round_values else "real.b")
             with open(path, "wb") as f:
                 f.write(large(n, m, round_values).to_bytes())
-            text, good = bench_file(label, path, vectors_mb, 4 * (n + m), strix, floors, work,
-                                    args.runs)
+            text, good = bench_file(label, path, vectors_mb, 4 * (n + m), strix, floors,
+                                    args.build, work, args.runs)
             ok &= good
             report.append(text)
             print(text, flush=True)

@@ -1,21 +1,29 @@
 #include "strix/compress.h"
 
-#include <algorithm>  // std::clamp
-#include <cstddef>    // std::size_t
-#include <cstdint>    // std::uint8_t, std::uint32_t, std::uint64_t
-#include <new>        // std::bad_alloc
-#include <vector>     // std::vector
+#include <algorithm>           // std::clamp, std::min
+#include <condition_variable>  // std::condition_variable
+#include <cstddef>             // std::size_t
+#include <cstdint>             // std::uint8_t, std::uint32_t, std::uint64_t
+#include <deque>               // std::deque
+#include <exception>           // std::exception_ptr
+#include <iterator>            // std::begin, std::end
+#include <mutex>               // std::mutex
+#include <new>                 // std::bad_alloc
+#include <system_error>        // std::system_error
+#include <thread>              // std::thread
+#include <vector>              // std::vector
 
+#include <isa-l/crc.h>        // crc32_gzip_refl
 #include <isa-l/igzip_lib.h>  // isal_deflate
 #include <zstd.h>             // ZSTD_compressStream2
 
 #include "strix/errors.h"
 
-// Both buffers have one shape. An Engine owns the compression state and its
-// output block; feed() compresses a full put area, finish() flushes or ends
-// the stream, and each hands what came out to drain(), which writes it to
-// the target through write_or_throw(). Every engine step runs through
-// step(), which closes the buffer when the step throws.
+// Both buffers have one shape. An Engine behind the buffer owns the
+// compression state: feed() takes a full put area, finish() ends the stream,
+// and drain() hands what is compressed to the target through
+// write_or_throw(), the one place where a target's failure is found. Every
+// engine step runs through step(), which closes the buffer when it throws.
 
 namespace strix {
 
@@ -55,10 +63,9 @@ namespace zstd {
 
 namespace {
 
-// Workers compressing the frame while the output thread feeds it; with the
-// writer formatting on the other core, one keeps both cores busy (two more
-// only contend with the formatting: measured in bench/).
-constexpr int kWorkers = 1;
+// Workers compressing the frame while the output thread feeds it. Two, with
+// the writer formatting beside them: one alone is the bottleneck (bench/).
+constexpr int kWorkers = 2;
 
 // The frame is flushed once, after its first 128 KiB: with workers, when the
 // first bytes reach the target would otherwise depend on their timing. A
@@ -170,22 +177,27 @@ void outstreambuf::close() {
 }  // namespace zstd
 
 // ----------------------------------------------------------- gzip output
+//
+// The member is deflated in chunks on worker threads: each chunk is a run of
+// raw deflate blocks, primed with the 32 KiB of text before it, that ends on
+// a byte boundary (a sync flush), and the last ends with the final block.
+// The chunks are handed on in order between the header and the trailer,
+// whose CRC is taken as they go. Chunk boundaries depend on the text only,
+// so the member's bytes do not depend on the threads.
 
 namespace gzip {
 
 namespace {
 
-constexpr std::size_t kOutSize = 65536;
+// The first chunk is the first put area, deflated and handed on at once, so
+// that a target that takes no bytes fails early and at a fixed point; then
+// 1 MiB chunks, a few milliseconds of work each.
+constexpr std::size_t kChunk = 1 << 20;
+constexpr std::size_t kWindow = 32768;  // deflate's reach: the dictionary of a chunk
+constexpr int kWorkers = 2;
+constexpr std::size_t kInFlight = 2 * kWorkers;  // chunks queued or deflated, not yet handed on
 
-// The first put area is flushed as soon as it is compressed, for the reason
-// the Zstandard frame is flushed early: the engine holds back its output,
-// and the point where a target that takes no bytes fails should be fixed
-// and early.
-constexpr std::uint64_t kFirstFlushAt = 65536;
-
-void checked(int rc) {
-  if (rc != COMP_OK) throw GZipError{rc};
-}
+constexpr std::uint8_t kHeader[10] = {0x1f, 0x8b, 8, 0, 0, 0, 0, 0, 0, 0xff};
 
 // The work area each level of the engine needs, at the engine's suggested
 // size.
@@ -204,63 +216,193 @@ std::size_t level_buffer_size(int level) {
   }
 }
 
+struct Chunk {
+  std::vector<std::uint8_t> in;
+  std::vector<std::uint8_t> dictionary;  // the text before `in`, at most kWindow bytes
+  bool last = false;
+  std::vector<std::uint8_t> out;
+  int rc = COMP_OK;
+  std::exception_ptr failure;  // no memory for `out`
+  bool done = false;
+};
+
+// One deflate state and work area per thread that deflates.
+struct Deflater {
+  explicit Deflater(int level) : level(level), level_buf(level_buffer_size(level)) {}
+
+  void run(Chunk& c) {
+    try {
+      c.rc = deflate(c);
+    } catch (...) {
+      c.failure = std::current_exception();
+    }
+  }
+
+  int deflate(Chunk& c) {
+    isal_deflate_init(&stream);
+    stream.level = static_cast<std::uint32_t>(level);
+    stream.level_buf = level_buf.data();
+    stream.level_buf_size = static_cast<std::uint32_t>(level_buf.size());
+    if (!c.dictionary.empty()) {
+      const int rc = isal_deflate_set_dict(&stream, c.dictionary.data(),
+                                           static_cast<std::uint32_t>(c.dictionary.size()));
+      if (rc != COMP_OK) return rc;
+    }
+    stream.next_in = c.in.data();
+    stream.avail_in = static_cast<std::uint32_t>(c.in.size());
+    stream.end_of_stream = c.last ? 1 : 0;
+    stream.flush = c.last ? NO_FLUSH : SYNC_FLUSH;
+    c.out.resize(c.in.size() + c.in.size() / 8 + 1024);
+    std::size_t used = 0;
+    for (;;) {
+      stream.next_out = c.out.data() + used;
+      stream.avail_out = static_cast<std::uint32_t>(c.out.size() - used);
+      const int rc = isal_deflate(&stream);
+      if (rc != COMP_OK) return rc;
+      used = static_cast<std::size_t>(stream.next_out - c.out.data());
+      // Ended, or flushed with room to spare: all of the chunk is out.
+      if (c.last ? stream.internal_state.state == ZSTATE_END : stream.avail_out > 0) break;
+      c.out.resize(c.out.size() + c.out.size() / 2);
+    }
+    c.out.resize(used);
+    return COMP_OK;
+  }
+
+  int level;
+  std::vector<std::uint8_t> level_buf;
+  isal_zstream stream{};
+};
+
 }  // namespace
 
 struct streambuf::Engine {
   Engine(std::streambuf* target, int level);
-  void feed(char* data, std::size_t n);
-  void finish(Finish how);
-  void drain() {
-    write_or_throw(target, out.data(), out.size() - stream.avail_out);
-    stream.next_out = out.data();
-    stream.avail_out = static_cast<std::uint32_t>(out.size());
-  }
+  ~Engine();
+  void feed(const char* data, std::size_t n);
+  // Ends the member: the last chunk, then the trailer.
+  void finish();
+  // Deflates the pending text as the next chunk: the first here and handed
+  // on at once, the others by the workers (or here, without workers).
+  void submit(bool last);
+  // Hands on the oldest chunk, waiting until it is deflated.
+  void drain();
+  void work(int level);
 
-  isal_zstream stream{};
-  std::vector<std::uint8_t> level_buf;
-  std::vector<std::uint8_t> out;
   std::streambuf* target;
-  std::uint64_t fed = 0;
+  const int level;
+  Deflater here;  // the first chunk's, and every chunk's without workers
+  std::vector<std::uint8_t> pending;
+  std::vector<std::uint8_t> window;           // the last kWindow bytes submitted
+  std::deque<std::unique_ptr<Chunk>> chunks;  // in order, not yet handed on
+  std::uint32_t crc = 0;
+  std::uint64_t size = 0;  // of the text handed on
+  bool header_written = false;
+
+  std::mutex mutex;
+  std::condition_variable wake_workers, chunk_done;
+  std::deque<Chunk*> queue;  // for the workers
+  bool stopping = false;
+  std::vector<std::thread> workers;
 };
 
-streambuf::Engine::Engine(std::streambuf* target_buf, int level)
-    : level_buf(level_buffer_size(level)), out(kOutSize), target(target_buf) {
-  isal_deflate_init(&stream);
-  stream.level = static_cast<std::uint32_t>(level);
-  stream.level_buf = level_buf.data();
-  stream.level_buf_size = static_cast<std::uint32_t>(level_buf.size());
-  stream.gzip_flag = IGZIP_GZIP;  // a gzip header and trailer around the deflate stream
-  stream.next_out = out.data();
-  stream.avail_out = static_cast<std::uint32_t>(out.size());
-}
-
-void streambuf::Engine::feed(char* data, std::size_t n) {
-  stream.next_in = reinterpret_cast<std::uint8_t*>(data);
-  stream.avail_in = static_cast<std::uint32_t>(n);
-  while (stream.avail_in > 0) {
-    checked(isal_deflate(&stream));
-    drain();
+streambuf::Engine::Engine(std::streambuf* target_buf, int level_)
+    : target(target_buf), level(level_), here(level_) {
+  pending.reserve(kChunk);
+  try {
+    for (int i = 0; i < kWorkers; ++i) workers.emplace_back([this] { work(level); });
+  } catch (const std::exception&) {
+    // No thread or no memory for one: fewer workers, or none, and this
+    // thread deflates what they cannot take.
   }
-  const bool first_flush = fed < kFirstFlushAt && fed + n >= kFirstFlushAt;
-  fed += n;
-  if (first_flush) finish(Finish::flush);
 }
 
-// A sync flush is done when the engine leaves room in the output block, the
-// member when the engine has written the trailer.
-void streambuf::Engine::finish(Finish how) {
-  stream.next_in = nullptr;
-  stream.avail_in = 0;
-  stream.flush = how == Finish::end ? NO_FLUSH : SYNC_FLUSH;
-  stream.end_of_stream = how == Finish::end ? 1 : 0;
+streambuf::Engine::~Engine() {
+  {
+    const std::lock_guard lock(mutex);
+    stopping = true;
+  }
+  wake_workers.notify_all();
+  for (std::thread& t : workers) t.join();
+}
+
+void streambuf::Engine::work(int lvl) {
+  std::unique_ptr<Deflater> deflater;
+  std::unique_lock lock(mutex);
   for (;;) {
-    checked(isal_deflate(&stream));
-    const bool full = stream.avail_out == 0;
-    drain();
-    if (how == Finish::end ? stream.internal_state.state == ZSTATE_END : !full) break;
-    if (!full) throw GZipError{ISAL_INVALID_STATE};  // no progress: never loop forever
+    wake_workers.wait(lock, [&] { return stopping || !queue.empty(); });
+    if (stopping) return;
+    Chunk* c = queue.front();
+    queue.pop_front();
+    lock.unlock();
+    try {
+      if (!deflater) deflater = std::make_unique<Deflater>(lvl);
+      deflater->run(*c);
+    } catch (...) {
+      c->failure = std::current_exception();  // no memory for a work area
+    }
+    lock.lock();
+    c->done = true;
+    chunk_done.notify_all();
   }
-  stream.flush = NO_FLUSH;
+}
+
+void streambuf::Engine::feed(const char* data, std::size_t n) {
+  pending.insert(pending.end(), data, data + n);
+  if (!header_written || pending.size() >= kChunk) submit(false);
+}
+
+void streambuf::Engine::submit(bool last) {
+  auto c = std::make_unique<Chunk>();
+  c->dictionary = window;
+  c->last = last;
+  window.insert(window.end(), pending.end() - std::min(pending.size(), kWindow), pending.end());
+  if (window.size() > kWindow) window.erase(window.begin(), window.end() - kWindow);
+  c->in.swap(pending);
+  pending.reserve(kChunk);
+  Chunk& chunk = *chunks.emplace_back(std::move(c));
+  if (!header_written || workers.empty()) {
+    here.run(chunk);
+    chunk.done = true;
+  } else {
+    {
+      const std::lock_guard lock(mutex);
+      queue.push_back(&chunk);
+    }
+    wake_workers.notify_one();
+  }
+  // The first chunk goes out at once; later ones as they are done, with at
+  // most kInFlight waiting.
+  while (!chunks.empty() && (!header_written || chunks.size() > kInFlight)) drain();
+}
+
+void streambuf::Engine::drain() {
+  {
+    std::unique_lock lock(mutex);
+    chunk_done.wait(lock, [&] { return chunks.front()->done; });
+  }
+  const std::unique_ptr<Chunk> c = std::move(chunks.front());
+  chunks.pop_front();
+  if (c->failure) std::rethrow_exception(c->failure);
+  if (c->rc != COMP_OK) throw GZipError{c->rc};
+  // The header goes out with the first chunk, in one write: once a write
+  // has fit in its buffer, standard output reports a full device only as
+  // short writes, which are retried, never as a failure.
+  if (!header_written) c->out.insert(c->out.begin(), std::begin(kHeader), std::end(kHeader));
+  header_written = true;
+  write_or_throw(target, c->out.data(), c->out.size());
+  crc = crc32_gzip_refl(crc, c->in.data(), c->in.size());
+  size += c->in.size();
+}
+
+void streambuf::Engine::finish() {
+  submit(true);
+  while (!chunks.empty()) drain();
+  std::uint8_t trailer[8];
+  for (int i = 0; i < 4; ++i) {
+    trailer[i] = static_cast<std::uint8_t>(crc >> (8 * i));
+    trailer[4 + i] = static_cast<std::uint8_t>(size >> (8 * i));  // the size modulo 2^32
+  }
+  write_or_throw(target, trailer, sizeof trailer);
 }
 
 streambuf::streambuf(std::streambuf* target, int level)
@@ -281,7 +423,7 @@ streambuf::~streambuf() {
 streambuf::int_type streambuf::overflow(int_type /*c*/) {
   if (!engine_) return traits_type::eof();
   const auto n = static_cast<std::size_t>(pptr() - pbase());
-  step(engine_, [&](Engine& e) { e.feed(put_area_.data(), n); });
+  if (n > 0) step(engine_, [&](Engine& e) { e.feed(put_area_.data(), n); });
   setp(put_area_.data(), put_area_.data() + put_area_.size());
   return 0;
 }
@@ -289,7 +431,7 @@ streambuf::int_type streambuf::overflow(int_type /*c*/) {
 void streambuf::close() {
   overflow(traits_type::eof());
   if (!engine_) return;
-  step(engine_, [](Engine& e) { e.finish(Finish::end); });
+  step(engine_, [](Engine& e) { e.finish(); });
   engine_.reset();
 }
 
