@@ -201,7 +201,8 @@ constexpr std::size_t kWindow = 32768;  // deflate's reach: the dictionary of a 
 constexpr int kWorkers = 2;
 constexpr std::size_t kInFlight = 2 * kWorkers;  // chunks queued or deflated, not yet handed on
 
-constexpr std::uint8_t kHeader[10] = {0x1f, 0x8b, 8, 0, 0, 0, 0, 0, 0, 0xff};
+// Deflate, no name or time, made on Unix: the header strix has always written.
+constexpr std::uint8_t kHeader[10] = {0x1f, 0x8b, 8, 0, 0, 0, 0, 0, 0, 3};
 
 // The work area each level of the engine needs, at the engine's suggested
 // size.
