@@ -1,8 +1,9 @@
 // The Python module's native part, strix._strix: reading a solution file
 // into NumPy views of the reader's own arrays, and the command's conversion.
 // Logic stays in the library; this converts types and maps errors.
+#include <algorithm>    // std::min
 #include <cstdint>      // fixed-width integers
-#include <cstring>      // std::strerror
+#include <cstring>      // std::memcpy
 #include <memory>       // std::shared_ptr
 #include <stdexcept>    // std::invalid_argument
 #include <string>       // std::string
@@ -87,8 +88,9 @@ class PythonFileReader : public strix::Reader {
       if (!py::isinstance<py::bytes>(got)) throw py::type_error("strix.read needs a binary file");
       const std::string_view bytes = got.cast<std::string_view>();
       if (bytes.empty()) break;
-      std::memcpy(out + count, bytes.data(), std::min<std::uint64_t>(bytes.size(), want));
-      count += std::min<std::uint64_t>(bytes.size(), want);
+      const std::uint64_t take = std::min<std::uint64_t>(bytes.size(), want);
+      std::memcpy(out + count, bytes.data(), take);
+      count += take;
     }
     return count;
   }

@@ -53,8 +53,6 @@ void step(std::unique_ptr<Engine>& engine, Step&& run) {
   }
 }
 
-enum class Finish { flush, end };
-
 }  // namespace
 
 // ------------------------------------------------------ Zstandard output
@@ -90,7 +88,8 @@ std::size_t checked(std::size_t rc) {
 struct outstreambuf::Engine {
   Engine(std::streambuf* target, int level);
   void feed(const char* data, std::size_t n);
-  void finish(Finish how);
+  // Flushes (ZSTD_e_flush) or ends (ZSTD_e_end) the frame.
+  void finish(ZSTD_EndDirective how);
   void drain(const ZSTD_outBuffer& o) { write_or_throw(target, o.dst, o.pos); }
   // The first call of a frame, which starts the workers; false if it fails.
   bool start();
@@ -135,15 +134,14 @@ void outstreambuf::Engine::feed(const char* data, std::size_t n) {
   }
   const bool first_flush = fed < kFirstFlushAt && fed + n >= kFirstFlushAt;
   fed += n;
-  if (first_flush) finish(Finish::flush);
+  if (first_flush) finish(ZSTD_e_flush);
 }
 
-void outstreambuf::Engine::finish(Finish how) {
+void outstreambuf::Engine::finish(ZSTD_EndDirective how) {
   ZSTD_inBuffer in{nullptr, 0, 0};
-  const ZSTD_EndDirective directive = how == Finish::end ? ZSTD_e_end : ZSTD_e_flush;
   for (;;) {
     ZSTD_outBuffer o{out.data(), out.size(), 0};
-    const std::size_t left = checked(ZSTD_compressStream2(context.get(), &o, &in, directive));
+    const std::size_t left = checked(ZSTD_compressStream2(context.get(), &o, &in, how));
     drain(o);
     if (left == 0) return;
   }
@@ -174,7 +172,7 @@ outstreambuf::int_type outstreambuf::overflow(int_type c) {
 void outstreambuf::close() {
   overflow(traits_type::eof());
   if (!engine_) return;
-  step(engine_, [](Engine& e) { e.finish(Finish::end); });
+  step(engine_, [](Engine& e) { e.finish(ZSTD_e_end); });
   engine_.reset();
 }
 
@@ -291,7 +289,8 @@ struct streambuf::Engine {
   void submit(bool last);
   // Hands on the oldest chunk, waiting until it is deflated.
   void drain();
-  void work(int level);
+  // A worker: deflates queued chunks until the engine stops.
+  void work();
 
   std::streambuf* target;
   const int level;
@@ -314,7 +313,7 @@ streambuf::Engine::Engine(std::streambuf* target_buf, int level_)
     : target(target_buf), level(level_), here(level_) {
   pending.reserve(kChunk);
   try {
-    for (int i = 0; i < kWorkers; ++i) workers.emplace_back([this] { work(level); });
+    for (int i = 0; i < kWorkers; ++i) workers.emplace_back([this] { work(); });
   } catch (const std::exception&) {
     // No thread or no memory for one: fewer workers, or none, and this
     // thread deflates what they cannot take.
@@ -330,7 +329,7 @@ streambuf::Engine::~Engine() {
   for (std::thread& t : workers) t.join();
 }
 
-void streambuf::Engine::work(int lvl) {
+void streambuf::Engine::work() {
   std::unique_ptr<Deflater> deflater;
   std::unique_lock lock(mutex);
   for (;;) {
@@ -340,7 +339,7 @@ void streambuf::Engine::work(int lvl) {
     queue.pop_front();
     lock.unlock();
     try {
-      if (!deflater) deflater = std::make_unique<Deflater>(lvl);
+      if (!deflater) deflater = std::make_unique<Deflater>(level);
       deflater->run(*c);
     } catch (...) {
       c->failure = std::current_exception();  // no memory for a work area

@@ -1,5 +1,5 @@
 #include <algorithm>  // std::min
-#include <array>      // escape table
+#include <array>      // key table
 #include <cstddef>    // std::size_t, std::ptrdiff_t
 #include <cstdint>    // fixed-width integers
 #include <string>     // quoted key names
