@@ -1,36 +1,26 @@
 #include "strix/compress.h"
 
-#include <algorithm>           // std::clamp, std::min
-#include <condition_variable>  // std::condition_variable
-#include <cstddef>             // std::size_t
-#include <cstdint>             // std::uint8_t, std::uint32_t, std::uint64_t
-#include <deque>               // std::deque
-#include <exception>           // std::exception_ptr
-#include <iterator>            // std::begin, std::end
-#include <mutex>               // std::mutex
-#include <new>                 // std::bad_alloc
-#include <system_error>        // std::system_error
-#include <thread>              // std::thread
-#include <vector>              // std::vector
+#include <algorithm>  // std::clamp, std::min
+#include <cstddef>    // std::size_t
+#include <cstdint>    // std::uint8_t, std::uint32_t, std::uint64_t
+#include <deque>      // std::deque
+#include <iterator>   // std::begin, std::end
+#include <new>        // std::bad_alloc
+#include <vector>     // std::vector
 
 #include <isa-l/crc.h>        // crc32_gzip_refl
 #include <isa-l/igzip_lib.h>  // isal_deflate
 #include <zstd.h>             // ZSTD_compressStream2
 
 #include "strix/errors.h"
-
-// Both buffers have one shape. An Engine behind the buffer owns the
-// compression state: feed() takes a full put area, finish() ends the stream,
-// and drain() hands what is compressed to the target through
-// write_or_throw(), the one place where a target's failure is found. Every
-// engine step runs through step(), which closes the buffer when it throws.
+#include "strix/threads.h"
 
 namespace strix {
 
 namespace {
 
 // Writes all n bytes to the target, retrying short writes; a target that
-// takes nothing has failed.
+// takes nothing has failed. The one place where a target's failure is found.
 void write_or_throw(std::streambuf* target, const void* data, std::size_t n) {
   auto* bytes = static_cast<const char*>(data);
   while (n > 0) {
@@ -41,19 +31,47 @@ void write_or_throw(std::streambuf* target, const void* data, std::size_t n) {
   }
 }
 
-// A failed engine is released, which closes the buffer: a broken target
-// would refuse the stream's tail as well, and destruction must not try again.
-template <typename Engine, typename Step>
-void step(std::unique_ptr<Engine>& engine, Step&& run) {
+}  // namespace
+
+// ------------------------------------------------------------- the shape
+
+CompressingBuffer::CompressingBuffer(std::unique_ptr<Engine> engine, bool drop_overflow_byte)
+    : engine_(std::move(engine)), drop_overflow_byte_(drop_overflow_byte) {
+  setp(put_area_.data(), put_area_.data() + put_area_.size());
+}
+
+CompressingBuffer::~CompressingBuffer() {
   try {
-    run(*engine);
+    close();
   } catch (...) {
-    engine.reset();
-    throw;
+    // close() is where failures are reported; here the stream is lost.
   }
 }
 
-}  // namespace
+// A failed engine is released, which closes the buffer: a broken target
+// would refuse the stream's tail as well, and destruction must not try again.
+CompressingBuffer::int_type CompressingBuffer::overflow(int_type c) {
+  if (!engine_) return traits_type::eof();
+  const auto n = static_cast<std::size_t>(pptr() - pbase());
+  try {
+    if (n > 0) engine_->feed(put_area_.data(), n);
+  } catch (...) {
+    engine_.reset();
+    throw;
+  }
+  setp(put_area_.data(), put_area_.data() + put_area_.size());
+  if (traits_type::eq_int_type(c, traits_type::eof())) return traits_type::not_eof(c);
+  if (drop_overflow_byte_) return traits_type::not_eof(c);
+  return sputc(traits_type::to_char_type(c));
+}
+
+void CompressingBuffer::close() {
+  if (!engine_) return;
+  const std::unique_ptr<Engine> engine = std::move(engine_);
+  const auto n = static_cast<std::size_t>(pptr() - pbase());
+  setp(put_area_.data(), put_area_.data());  // nothing more is taken
+  engine->finish(put_area_.data(), n);
+}
 
 // ------------------------------------------------------ Zstandard output
 
@@ -61,17 +79,14 @@ namespace zstd {
 
 namespace {
 
-// Workers compressing the frame while the output thread feeds it. Two, with
-// the writer formatting beside them: one alone is the bottleneck (bench/).
-constexpr int kWorkers = 2;
 // Input per job. The library's default for level 3 (four windows, 8 MiB)
 // held some 35 MB more at the peak and was no faster.
 constexpr int kJobSize = 2 << 20;
 
 // The frame is flushed once, after its first 128 KiB: with workers, when the
 // first bytes reach the target would otherwise depend on their timing. A
-// target that takes no bytes thereby fails while the output is written, as
-// it did when a single thread wrote 128 KiB blocks, not only at the close.
+// target that takes no bytes thereby fails while the output is written, not
+// only at the close.
 constexpr std::uint64_t kFirstFlushAt = 128 * 1024;
 
 struct FreeContext {
@@ -83,16 +98,54 @@ std::size_t checked(std::size_t rc) {
   return rc;
 }
 
-}  // namespace
+// The workers start with the first full put area. A stream that ends before
+// one is compressed in the one call that ends the frame, which the library
+// runs on the calling thread for so little input: a small document starts
+// no thread, and its frame is the same whatever the worker count.
+struct Encoder final : CompressingBuffer::Engine {
+  Encoder(std::streambuf* target_buf, int level, unsigned workers)
+      : context(ZSTD_createCCtx()), out(ZSTD_CStreamOutSize()), target(target_buf) {
+    if (!context) throw std::bad_alloc();
+    ZSTD_CCtx_setParameter(context.get(), ZSTD_c_compressionLevel,
+                           std::clamp(level, 1, ZSTD_maxCLevel()));
+    // A library built without threads refuses the parameter and compresses
+    // on the calling thread.
+    ZSTD_CCtx_setParameter(context.get(), ZSTD_c_nbWorkers, static_cast<int>(workers));
+    ZSTD_CCtx_setParameter(context.get(), ZSTD_c_jobSize, kJobSize);
+  }
 
-struct outstreambuf::Engine {
-  Engine(std::streambuf* target, int level);
-  void feed(const char* data, std::size_t n);
-  // Flushes (ZSTD_e_flush) or ends (ZSTD_e_end) the frame.
-  void finish(ZSTD_EndDirective how);
-  void drain(const ZSTD_outBuffer& o) { write_or_throw(target, o.dst, o.pos); }
-  // The first call of a frame, which starts the workers; false if it fails.
-  bool start();
+  void feed(const char* data, std::size_t n) override {
+    if (fed == 0) start();
+    compress(data, n, ZSTD_e_continue);
+    const bool first_flush = fed < kFirstFlushAt && fed + n >= kFirstFlushAt;
+    fed += n;
+    if (first_flush) compress(nullptr, 0, ZSTD_e_flush);
+  }
+  void finish(const char* data, std::size_t n) override { compress(data, n, ZSTD_e_end); }
+
+  // Workers that cannot be started leave the compression to the calling
+  // thread: the frame's bytes differ, not what it holds.
+  void start() {
+    ZSTD_inBuffer in{nullptr, 0, 0};
+    ZSTD_outBuffer o{out.data(), out.size(), 0};
+    if (!ZSTD_isError(ZSTD_compressStream2(context.get(), &o, &in, ZSTD_e_continue))) {
+      write_or_throw(target, o.dst, o.pos);
+      return;
+    }
+    ZSTD_CCtx_reset(context.get(), ZSTD_reset_session_only);
+    ZSTD_CCtx_setParameter(context.get(), ZSTD_c_nbWorkers, 0);
+  }
+
+  // Feeds data, or with no data flushes or ends the frame, until done.
+  void compress(const char* data, std::size_t n, ZSTD_EndDirective how) {
+    ZSTD_inBuffer in{data, n, 0};
+    for (;;) {
+      ZSTD_outBuffer o{out.data(), out.size(), 0};
+      const std::size_t left = checked(ZSTD_compressStream2(context.get(), &o, &in, how));
+      write_or_throw(target, o.dst, o.pos);
+      if (how == ZSTD_e_continue ? in.pos == in.size : left == 0) return;
+    }
+  }
 
   std::unique_ptr<ZSTD_CCtx, FreeContext> context;
   std::vector<char> out;
@@ -100,92 +153,22 @@ struct outstreambuf::Engine {
   std::uint64_t fed = 0;
 };
 
-outstreambuf::Engine::Engine(std::streambuf* target_buf, int level)
-    : context(ZSTD_createCCtx()), out(ZSTD_CStreamOutSize()), target(target_buf) {
-  if (!context) throw std::bad_alloc();
-  ZSTD_CCtx_setParameter(context.get(), ZSTD_c_compressionLevel,
-                         std::clamp(level, 1, ZSTD_maxCLevel()));
-  // A library built without threads refuses the parameter and compresses on
-  // the calling thread.
-  ZSTD_CCtx_setParameter(context.get(), ZSTD_c_nbWorkers, kWorkers);
-  ZSTD_CCtx_setParameter(context.get(), ZSTD_c_jobSize, kJobSize);
-  if (start()) return;
-  // Workers that cannot be started leave the compression to the calling
-  // thread: the frame's bytes differ, not what it holds.
-  ZSTD_CCtx_reset(context.get(), ZSTD_reset_session_only);
-  ZSTD_CCtx_setParameter(context.get(), ZSTD_c_nbWorkers, 0);
-  if (!start()) throw std::bad_alloc();
-}
+}  // namespace
 
-bool outstreambuf::Engine::start() {
-  ZSTD_inBuffer in{nullptr, 0, 0};
-  ZSTD_outBuffer o{out.data(), out.size(), 0};
-  if (ZSTD_isError(ZSTD_compressStream2(context.get(), &o, &in, ZSTD_e_continue))) return false;
-  drain(o);
-  return true;
-}
-
-void outstreambuf::Engine::feed(const char* data, std::size_t n) {
-  ZSTD_inBuffer in{data, n, 0};
-  while (in.pos < in.size) {
-    ZSTD_outBuffer o{out.data(), out.size(), 0};
-    checked(ZSTD_compressStream2(context.get(), &o, &in, ZSTD_e_continue));
-    drain(o);
-  }
-  const bool first_flush = fed < kFirstFlushAt && fed + n >= kFirstFlushAt;
-  fed += n;
-  if (first_flush) finish(ZSTD_e_flush);
-}
-
-void outstreambuf::Engine::finish(ZSTD_EndDirective how) {
-  ZSTD_inBuffer in{nullptr, 0, 0};
-  for (;;) {
-    ZSTD_outBuffer o{out.data(), out.size(), 0};
-    const std::size_t left = checked(ZSTD_compressStream2(context.get(), &o, &in, how));
-    drain(o);
-    if (left == 0) return;
-  }
-}
-
-outstreambuf::outstreambuf(std::streambuf* target, int level)
-    : engine_(std::make_unique<Engine>(target, level)) {
-  setp(put_area_.data(), put_area_.data() + put_area_.size());
-}
-
-outstreambuf::~outstreambuf() {
-  try {
-    close();
-  } catch (...) {
-    // close() is where failures are reported; here the frame is lost.
-  }
-}
-
-outstreambuf::int_type outstreambuf::overflow(int_type c) {
-  if (!engine_) return traits_type::eof();
-  const auto n = static_cast<std::size_t>(pptr() - pbase());
-  step(engine_, [&](Engine& e) { e.feed(put_area_.data(), n); });
-  setp(put_area_.data(), put_area_.data() + put_area_.size());
-  if (traits_type::eq_int_type(c, traits_type::eof())) return traits_type::not_eof(c);
-  return sputc(traits_type::to_char_type(c));
-}
-
-void outstreambuf::close() {
-  overflow(traits_type::eof());
-  if (!engine_) return;
-  step(engine_, [](Engine& e) { e.finish(ZSTD_e_end); });
-  engine_.reset();
-}
+outstreambuf::outstreambuf(std::streambuf* target, int level, unsigned workers)
+    : CompressingBuffer(std::make_unique<Encoder>(target, level, workers), false) {}
 
 }  // namespace zstd
 
 // ----------------------------------------------------------- gzip output
 //
-// The member is deflated in chunks on worker threads: each chunk is a run of
-// raw deflate blocks, primed with the 32 KiB of text before it, that ends on
-// a byte boundary (a sync flush), and the last ends with the final block.
-// The chunks are handed on in order between the header and the trailer,
-// whose CRC is taken as they go. Chunk boundaries depend on the text only,
-// so the member's bytes do not depend on the threads.
+// The member is deflated in chunks, on worker threads once there is more
+// than one: each chunk is a run of raw deflate blocks, primed with the
+// 32 KiB of text before it, that ends on a byte boundary (a sync flush), and
+// the last ends with the final block. The chunks are handed on in order
+// between the header and the trailer, whose CRC is taken as they go. Chunk
+// boundaries depend on the text only, so the member's bytes do not depend on
+// the threads.
 
 namespace gzip {
 
@@ -196,8 +179,6 @@ namespace {
 // 1 MiB chunks, a few milliseconds of work each.
 constexpr std::size_t kChunk = 1 << 20;
 constexpr std::size_t kWindow = 32768;  // deflate's reach: the dictionary of a chunk
-constexpr int kWorkers = 2;
-constexpr std::size_t kInFlight = 2 * kWorkers;  // chunks queued or deflated, not yet handed on
 
 // Deflate, no name or time, made on Unix: the header strix has always written.
 constexpr std::uint8_t kHeader[10] = {0x1f, 0x8b, 8, 0, 0, 0, 0, 0, 0, 3};
@@ -224,32 +205,21 @@ struct Chunk {
   std::vector<std::uint8_t> dictionary;  // the text before `in`, at most kWindow bytes
   bool last = false;
   std::vector<std::uint8_t> out;
-  int rc = COMP_OK;
-  std::exception_ptr failure;  // no memory for `out`
-  bool done = false;
 };
 
-// One deflate state and work area per thread that deflates.
+// A deflate state and its work area; each thread that deflates keeps one.
 struct Deflater {
-  explicit Deflater(int level) : level(level), level_buf(level_buffer_size(level)) {}
+  explicit Deflater(int level_) : level(level_), level_buf(level_buffer_size(level_)) {}
 
-  void run(Chunk& c) {
-    try {
-      c.rc = deflate(c);
-    } catch (...) {
-      c.failure = std::current_exception();
-    }
-  }
-
-  int deflate(Chunk& c) {
+  // Throws GZipError with the engine's code.
+  void deflate(Chunk& c) {
     isal_deflate_init(&stream);
     stream.level = static_cast<std::uint32_t>(level);
     stream.level_buf = level_buf.data();
     stream.level_buf_size = static_cast<std::uint32_t>(level_buf.size());
     if (!c.dictionary.empty()) {
-      const int rc = isal_deflate_set_dict(&stream, c.dictionary.data(),
-                                           static_cast<std::uint32_t>(c.dictionary.size()));
-      if (rc != COMP_OK) return rc;
+      check(isal_deflate_set_dict(&stream, c.dictionary.data(),
+                                  static_cast<std::uint32_t>(c.dictionary.size())));
     }
     stream.next_in = c.in.data();
     stream.avail_in = static_cast<std::uint32_t>(c.in.size());
@@ -260,15 +230,16 @@ struct Deflater {
     for (;;) {
       stream.next_out = c.out.data() + used;
       stream.avail_out = static_cast<std::uint32_t>(c.out.size() - used);
-      const int rc = isal_deflate(&stream);
-      if (rc != COMP_OK) return rc;
+      check(isal_deflate(&stream));
       used = static_cast<std::size_t>(stream.next_out - c.out.data());
       // Ended, or flushed with room to spare: all of the chunk is out.
       if (c.last ? stream.internal_state.state == ZSTATE_END : stream.avail_out > 0) break;
       c.out.resize(c.out.size() + c.out.size() / 2);
     }
     c.out.resize(used);
-    return COMP_OK;
+  }
+  static void check(int rc) {
+    if (rc != COMP_OK) throw GZipError{rc};
   }
 
   int level;
@@ -276,168 +247,95 @@ struct Deflater {
   isal_zstream stream{};
 };
 
-}  // namespace
+// Deflates on the thread it is called from, with that thread's state.
+void deflate_here(Chunk& c, int level) {
+  thread_local std::unique_ptr<Deflater> deflater;
+  if (!deflater || deflater->level != level) deflater = std::make_unique<Deflater>(level);
+  deflater->deflate(c);
+}
 
-struct streambuf::Engine {
-  Engine(std::streambuf* target, int level);
-  ~Engine();
-  void feed(const char* data, std::size_t n);
-  // Ends the member: the last chunk, then the trailer.
-  void finish();
+struct Deflation final : CompressingBuffer::Engine {
+  Deflation(std::streambuf* target_buf, int level_, unsigned workers)
+      : target(target_buf), level(level_), pool(workers), most(2 * std::max(workers, 1u)) {
+    level_buffer_size(level);  // an unknown level fails here, not at the first chunk
+    pending.reserve(kChunk);
+  }
+  // Jobs that still run use the chunks: they end first.
+  ~Deflation() override { pool.drain(); }
+
+  void feed(const char* data, std::size_t n) override {
+    pending.insert(pending.end(), data, data + n);
+    if (!header_written || pending.size() >= kChunk) submit(false);
+  }
+
+  // The last chunk, then the trailer.
+  void finish(const char* data, std::size_t n) override {
+    pending.insert(pending.end(), data, data + n);
+    submit(true);
+    while (!chunks.empty()) hand_on_oldest();
+    std::uint8_t trailer[8];
+    for (int i = 0; i < 4; ++i) {
+      trailer[i] = static_cast<std::uint8_t>(crc >> (8 * i));
+      trailer[4 + i] = static_cast<std::uint8_t>(size >> (8 * i));  // the size modulo 2^32
+    }
+    write_or_throw(target, trailer, sizeof trailer);
+  }
+
   // Deflates the pending text as the next chunk: the first here and handed
-  // on at once, the others by the workers (or here, without workers).
-  void submit(bool last);
-  // Hands on the oldest chunk, waiting until it is deflated.
-  void drain();
-  // A worker: deflates queued chunks until the engine stops.
-  void work();
+  // on at once, the others in the pool, with at most `most` waiting.
+  void submit(bool last) {
+    auto c = std::make_unique<Chunk>();
+    c->dictionary = window;
+    c->last = last;
+    window.insert(window.end(), pending.end() - std::min(pending.size(), kWindow), pending.end());
+    if (window.size() > kWindow) window.erase(window.begin(), window.end() - kWindow);
+    c->in.swap(pending);
+    pending.reserve(kChunk);
+    if (!header_written) {
+      deflate_here(*c, level);
+      hand_on(*c);
+      return;
+    }
+    Chunk* chunk = chunks.emplace_back(std::move(c)).get();
+    pool.submit([chunk, lvl = level] { deflate_here(*chunk, lvl); });
+    while (chunks.size() > most) hand_on_oldest();
+  }
+
+  void hand_on_oldest() {
+    pool.finish_oldest();
+    const std::unique_ptr<Chunk> c = std::move(chunks.front());
+    chunks.pop_front();
+    hand_on(*c);
+  }
+
+  void hand_on(Chunk& c) {
+    // The header goes out with the first chunk, in one write: once a write
+    // has fit in its buffer, standard output reports a full device only as
+    // short writes, which are retried, never as a failure.
+    if (!header_written) c.out.insert(c.out.begin(), std::begin(kHeader), std::end(kHeader));
+    header_written = true;
+    write_or_throw(target, c.out.data(), c.out.size());
+    crc = crc32_gzip_refl(crc, c.in.data(), c.in.size());
+    size += c.in.size();
+  }
 
   std::streambuf* target;
   const int level;
-  Deflater here;  // the first chunk's, and every chunk's without workers
   std::vector<std::uint8_t> pending;
   std::vector<std::uint8_t> window;           // the last kWindow bytes submitted
-  std::deque<std::unique_ptr<Chunk>> chunks;  // in order, not yet handed on
+  std::deque<std::unique_ptr<Chunk>> chunks;  // in the pool, in order
   std::uint32_t crc = 0;
   std::uint64_t size = 0;  // of the text handed on
   bool header_written = false;
-
-  std::mutex mutex;
-  std::condition_variable wake_workers, chunk_done;
-  std::deque<Chunk*> queue;  // for the workers
-  bool stopping = false;
-  std::vector<std::thread> workers;
+  OrderedPool pool;
+  const std::size_t most;
 };
 
-streambuf::Engine::Engine(std::streambuf* target_buf, int level_)
-    : target(target_buf), level(level_), here(level_) {
-  pending.reserve(kChunk);
-  try {
-    for (int i = 0; i < kWorkers; ++i) workers.emplace_back([this] { work(); });
-  } catch (const std::exception&) {
-    // No thread or no memory for one: fewer workers, or none, and this
-    // thread deflates what they cannot take.
-  }
-}
+}  // namespace
 
-streambuf::Engine::~Engine() {
-  {
-    const std::lock_guard lock(mutex);
-    stopping = true;
-  }
-  wake_workers.notify_all();
-  for (std::thread& t : workers) t.join();
-}
-
-void streambuf::Engine::work() {
-  std::unique_ptr<Deflater> deflater;
-  std::unique_lock lock(mutex);
-  for (;;) {
-    wake_workers.wait(lock, [&] { return stopping || !queue.empty(); });
-    if (stopping) return;
-    Chunk* c = queue.front();
-    queue.pop_front();
-    lock.unlock();
-    try {
-      if (!deflater) deflater = std::make_unique<Deflater>(level);
-      deflater->run(*c);
-    } catch (...) {
-      c->failure = std::current_exception();  // no memory for a work area
-    }
-    lock.lock();
-    c->done = true;
-    chunk_done.notify_all();
-  }
-}
-
-void streambuf::Engine::feed(const char* data, std::size_t n) {
-  pending.insert(pending.end(), data, data + n);
-  if (!header_written || pending.size() >= kChunk) submit(false);
-}
-
-void streambuf::Engine::submit(bool last) {
-  auto c = std::make_unique<Chunk>();
-  c->dictionary = window;
-  c->last = last;
-  window.insert(window.end(), pending.end() - std::min(pending.size(), kWindow), pending.end());
-  if (window.size() > kWindow) window.erase(window.begin(), window.end() - kWindow);
-  c->in.swap(pending);
-  pending.reserve(kChunk);
-  Chunk& chunk = *chunks.emplace_back(std::move(c));
-  if (!header_written || workers.empty()) {
-    here.run(chunk);
-    chunk.done = true;
-  } else {
-    {
-      const std::lock_guard lock(mutex);
-      queue.push_back(&chunk);
-    }
-    wake_workers.notify_one();
-  }
-  // The first chunk goes out at once; later ones as they are done, with at
-  // most kInFlight waiting.
-  while (!chunks.empty() && (!header_written || chunks.size() > kInFlight)) drain();
-}
-
-void streambuf::Engine::drain() {
-  {
-    std::unique_lock lock(mutex);
-    chunk_done.wait(lock, [&] { return chunks.front()->done; });
-  }
-  const std::unique_ptr<Chunk> c = std::move(chunks.front());
-  chunks.pop_front();
-  if (c->failure) std::rethrow_exception(c->failure);
-  if (c->rc != COMP_OK) throw GZipError{c->rc};
-  // The header goes out with the first chunk, in one write: once a write
-  // has fit in its buffer, standard output reports a full device only as
-  // short writes, which are retried, never as a failure.
-  if (!header_written) c->out.insert(c->out.begin(), std::begin(kHeader), std::end(kHeader));
-  header_written = true;
-  write_or_throw(target, c->out.data(), c->out.size());
-  crc = crc32_gzip_refl(crc, c->in.data(), c->in.size());
-  size += c->in.size();
-}
-
-void streambuf::Engine::finish() {
-  submit(true);
-  while (!chunks.empty()) drain();
-  std::uint8_t trailer[8];
-  for (int i = 0; i < 4; ++i) {
-    trailer[i] = static_cast<std::uint8_t>(crc >> (8 * i));
-    trailer[4 + i] = static_cast<std::uint8_t>(size >> (8 * i));  // the size modulo 2^32
-  }
-  write_or_throw(target, trailer, sizeof trailer);
-}
-
-streambuf::streambuf(std::streambuf* target, int level)
-    : engine_(std::make_unique<Engine>(target, level)) {
-  setp(put_area_.data(), put_area_.data() + put_area_.size());
-}
-
-streambuf::~streambuf() {
-  try {
-    close();
-  } catch (...) {
-    // close() is where failures are reported; here the member is lost.
-  }
-}
-
-// `c` is deliberately not stored: the byte that overflows the put area is
-// dropped from the stream.
-streambuf::int_type streambuf::overflow(int_type /*c*/) {
-  if (!engine_) return traits_type::eof();
-  const auto n = static_cast<std::size_t>(pptr() - pbase());
-  if (n > 0) step(engine_, [&](Engine& e) { e.feed(put_area_.data(), n); });
-  setp(put_area_.data(), put_area_.data() + put_area_.size());
-  return 0;
-}
-
-void streambuf::close() {
-  overflow(traits_type::eof());
-  if (!engine_) return;
-  step(engine_, [](Engine& e) { e.finish(); });
-  engine_.reset();
-}
+streambuf::streambuf(std::streambuf* target, int level, unsigned workers, Overflow overflow)
+    : CompressingBuffer(std::make_unique<Deflation>(target, level, workers),
+                        overflow == Overflow::drop) {}
 
 }  // namespace gzip
 

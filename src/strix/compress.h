@@ -3,69 +3,75 @@
 #pragma once
 
 #include <array>      // std::array
+#include <cstddef>    // std::size_t
 #include <memory>     // std::unique_ptr
 #include <streambuf>  // std::streambuf
 
 namespace strix {
 
-namespace zstd {
-
-// Compresses everything put into it into one Zstandard frame in a target
-// stream buffer (not owned). close() ends the frame and reports failures;
-// destruction ends it if close() was not called, swallowing a failure.
-// A failing target throws IOError and closes the buffer (see errors.h), a
-// failure of the library throws zstd::CompressionError. Worker threads
-// compress the frame; its bytes do not depend on their timing.
-class outstreambuf : public std::streambuf {
+// The one shape of both compressing buffers: text put into it gathers in a
+// put area and goes to an engine a full area at a time; close() ends the
+// compressed stream and reports failures, destruction ends it if close()
+// was not called, swallowing a failure. A failing target throws IOError and
+// closes the buffer (see errors.h); a failure of the engine throws the
+// engine's error. Flushing the stream (sync) compresses nothing.
+class CompressingBuffer : public std::streambuf {
  public:
-  // The level is clamped to the library's range, 1 to its maximum.
-  outstreambuf(std::streambuf* target, int level);
-  ~outstreambuf() override;
-  // Ends the frame and writes its tail; afterwards does nothing.
+  static constexpr std::size_t kPutArea = 65536;
+
+  ~CompressingBuffer() override;
+  // Ends the compressed stream and writes its tail; afterwards does nothing.
   void close();
 
-  outstreambuf(const outstreambuf&) = delete;
-  outstreambuf& operator=(const outstreambuf&) = delete;
+  CompressingBuffer(const CompressingBuffer&) = delete;
+  CompressingBuffer& operator=(const CompressingBuffer&) = delete;
+
+  // What differs between the formats: compressing full put areas, and the
+  // last one with the end of the stream, into the target.
+  struct Engine {
+    virtual ~Engine() = default;
+    virtual void feed(const char* data, std::size_t n) = 0;
+    virtual void finish(const char* data, std::size_t n) = 0;
+  };
 
  protected:
+  // `drop_overflow_byte`: the byte that arrives when the put area is full is
+  // consumed and not compressed, one at every kPutArea bytes of text.
+  CompressingBuffer(std::unique_ptr<Engine> engine, bool drop_overflow_byte);
   int_type overflow(int_type c) override;
 
  private:
-  struct Engine;
+  std::array<char, kPutArea> put_area_;
+  std::unique_ptr<Engine> engine_;  // null once closed or failed
+  bool drop_overflow_byte_;
+};
 
-  std::array<char, 65536> put_area_;
-  std::unique_ptr<Engine> engine_;  // null once closed
+namespace zstd {
+
+// One Zstandard frame. The level is clamped to the library's range, 1 to
+// its maximum. `workers` threads compress it (0: the calling thread); the
+// frame's bytes are the same for every count of one or more.
+class outstreambuf : public CompressingBuffer {
+ public:
+  outstreambuf(std::streambuf* target, int level, unsigned workers = 2);
 };
 
 }  // namespace zstd
 
 namespace gzip {
 
-// Deflates everything put into it into one gzip member in a target stream
-// buffer (not owned). The byte that triggers an overflow is not stored: at
-// every 65536-byte boundary of the text one byte is dropped. Readers of these
-// files expect exactly that, so it stays. close(), destruction and a failing
-// target as for the Zstandard buffer; a failure of the deflate engine throws
-// gzip::GZipError with the engine's code.
-class streambuf : public std::streambuf {
+// Whether the byte that overflows a full put area is compressed (keep) or
+// dropped from the member, one at every 65536 bytes of text: the strix
+// command's ".gz" output drops it, because readers of its files expect that.
+enum class Overflow { keep, drop };
+
+// One gzip member. Levels are the deflate engine's, 0 to 3; others throw
+// GZipError. `workers` threads deflate it (0: the calling thread); the
+// member's bytes do not depend on the count.
+class streambuf : public CompressingBuffer {
  public:
-  // Levels are the engine's, 0 to 3; others throw GZipError.
-  streambuf(std::streambuf* target, int level);
-  ~streambuf() override;
-  // Ends the member and writes its tail; afterwards does nothing.
-  void close();
-
-  streambuf(const streambuf&) = delete;
-  streambuf& operator=(const streambuf&) = delete;
-
- protected:
-  int_type overflow(int_type c) override;
-
- private:
-  struct Engine;
-
-  std::array<char, 65536> put_area_;
-  std::unique_ptr<Engine> engine_;  // null once closed
+  streambuf(std::streambuf* target, int level, unsigned workers = 2,
+            Overflow overflow = Overflow::keep);
 };
 
 }  // namespace gzip

@@ -1,5 +1,6 @@
 #include "strix/convert.h"
 
+#include <algorithm>   // std::max
 #include <cerrno>      // errno
 #include <cstdio>      // std::fopen, std::setvbuf, stdin
 #include <filesystem>  // std::filesystem::path
@@ -19,6 +20,7 @@
 #include "strix/limits.h"
 #include "strix/solution.h"
 #include "strix/streams.h"
+#include "strix/threads.h"
 #include "strix/writers.h"
 
 namespace strix {
@@ -138,8 +140,8 @@ struct Conversion::Owned {
   std::optional<std::ostream> stream;
 };
 
-Conversion::Conversion(std::string_view in_name, std::string_view out_name)
-    : in_name_(in_name), out_name_(out_name) {}
+Conversion::Conversion(std::string_view in_name, std::string_view out_name, unsigned threads)
+    : in_name_(in_name), out_name_(out_name), threads_(threads) {}
 
 Conversion::~Conversion() {
   try {
@@ -185,11 +187,21 @@ Outcome Conversion::run() {
   Reader* source = o.input.reader.get();
   if (n.in_compression == ".zst") source = &o.decompressor.emplace(source);
 
+  // Formatting and compression share the threads; a Zstandard frame gets at
+  // least one worker, so that its bytes are the same on any machine.
+  const Compression compression = n.out_compression == ".zst"  ? Compression::zstd
+                                  : n.out_compression == ".gz" ? Compression::gzip
+                                                               : Compression::none;
+  const ThreadShare share =
+      share_threads(threads_ == 0 ? machine_threads() : threads_, compression);
+  const unsigned format_threads = std::max(share.format, 1u);
   std::streambuf* final_buf = sink;
   if (n.out_compression == ".zst") {
-    final_buf = &o.zstd_out.emplace(sink, 3);
+    final_buf = &o.zstd_out.emplace(sink, 3, std::max(share.compress, 1u));
   } else if (n.out_compression == ".gz") {
-    final_buf = &o.gzip_out.emplace(sink, 3);
+    // The command's gzip output drops the byte at every 65536-byte boundary
+    // of the text: readers of these files expect it.
+    final_buf = &o.gzip_out.emplace(sink, 3, share.compress, gzip::Overflow::drop);
   } else if (!n.out_compression.empty()) {
     return {4, "Compression type '" + quoted(n.out_compression) + "' not supported"};
   }
@@ -202,11 +214,11 @@ Outcome Conversion::run() {
   o.solution = read_solution(*source);
   std::ostream& out = o.stream.emplace(final_buf);
   if (n.out_format == ".json" || n.out_format == ".jtask") {
-    write_json(out, *o.solution);  // ".jtask" is the same document
+    write_json(out, *o.solution, format_threads);  // ".jtask" is the same document
   } else if (n.out_format == ".task") {
     write_task(out, *o.solution);
   } else if (n.out_format == ".txt") {
-    write_text_report(out, *o.solution);
+    write_text_report(out, *o.solution, format_threads);
   } else {
     return {7, "ERROR: Unknown output format '" + quoted(n.out_format) + "'"};
   }
@@ -224,8 +236,8 @@ void Conversion::close() {
   if (o->gzip_out) o->gzip_out->close();
 }
 
-Outcome convert(std::string_view in_name, std::string_view out_name) {
-  Conversion conversion(in_name, out_name);
+Outcome convert(std::string_view in_name, std::string_view out_name, unsigned threads) {
+  Conversion conversion(in_name, out_name, threads);
   Outcome outcome = conversion.run();
   conversion.close();
   return outcome;

@@ -31,7 +31,11 @@ struct Outcome {
 // report a failure before they are closed; close() finishes them.
 class Conversion {
  public:
-  Conversion(std::string_view in_name, std::string_view out_name);
+  // `threads`: how many threads formatting and compression may keep busy
+  // besides the one that hands the output on (0: as many as the machine
+  // gives the process, capped by STRIX_THREADS). The output's bytes are the
+  // same for every count.
+  Conversion(std::string_view in_name, std::string_view out_name, unsigned threads = 0);
   // Closes what is still open; a failure to finish the output is dropped.
   ~Conversion();
 
@@ -51,12 +55,13 @@ class Conversion {
 
   std::string in_name_;
   std::string out_name_;
+  unsigned threads_;
   std::unique_ptr<Owned> owned_;
 };
 
 // run() and close() in one call. When the conversion fails, the outputs are
 // still finished and closed, and the conversion's failure is thrown.
-Outcome convert(std::string_view in_name, std::string_view out_name);
+Outcome convert(std::string_view in_name, std::string_view out_name, unsigned threads = 0);
 
 // Reads the solution file a conversion from `in_name` would read: standard
 // input for "-.b" and "-.b.zst", Zstandard for a ".zst" name. A ".gz" name

@@ -4,6 +4,7 @@
 #include <cstdint>    // fixed-width integers
 #include <string>     // quoted key names
 #include <utility>    // std::pair
+#include <vector>     // block starts and cuts
 
 #include <fmt/compile.h>  // FMT_COMPILE
 #include <fmt/format.h>   // fmt::format_to
@@ -14,6 +15,7 @@
 #include "strix/outbuffer.h"
 #include "strix/report.h"  // status_key_name
 #include "strix/solution.h"
+#include "strix/threads.h"  // machine_threads
 #include "strix/writers.h"  // write_json
 
 namespace strix {
@@ -50,61 +52,82 @@ const std::array<std::string, 256> kQuotedKeyNames = [] {
   return table;
 }();
 
+// Bytes of text per item, to cut long runs into pieces of about
+// kOutputPiece: a status key is at most `"supbas",`, a value 25 bytes.
+constexpr std::size_t kKeyBytes = 9;
+constexpr std::size_t kValueBytes = 1 + kMaxShortestSize;
+
 void put_status_keys(OutBuffer& ob, std::string_view key, const Array<std::uint8_t>& keys) {
   put_string(ob, key);
   ob.append(" : [");
-  for (std::size_t i = 0; i < keys.size(); ++i) {
-    if (i != 0) ob.put(',');
-    ob.append(kQuotedKeyNames[keys[i]]);
-    ob.maybe_flush();
-  }
+  ob.format_ranges(keys.size(), kKeyBytes, [&](std::size_t first, std::size_t last, TextBuffer& t) {
+    for (std::size_t i = first; i < last; ++i) {
+      if (i != 0) t.put(',');
+      t.append(kQuotedKeyNames[keys[i]]);
+    }
+  });
   ob.put(']');
 }
 
-// Appends values [first, last) as "{}" gives them, separated by ",".
-void put_values(OutBuffer& ob, const double* first, const double* last) {
+// Appends values [first, last) as "{}" gives them, each after a ","
+// but the first of its array.
+void put_values(TextBuffer& t, const double* first, const double* last, bool first_of_array) {
   // Formatted straight into the buffer, a batch at a time.
-  const double* const start = first;
   while (first != last) {
     const double* const end =
         first + std::min(last - first, static_cast<std::ptrdiff_t>(kJsonValueBatch));
-    char* out =
-        ob.room(static_cast<std::size_t>(end - first) * (1 + kMaxShortestSize) + kShortestRoom);
+    char* out = t.room(static_cast<std::size_t>(end - first) * kValueBytes + kShortestRoom);
     for (; first != end; ++first) {
-      if (first != start) *out++ = ',';
+      if (!first_of_array) *out++ = ',';
+      first_of_array = false;
       out = format_shortest(out, *first);
     }
-    ob.commit(out);
-    ob.maybe_flush();
+    t.commit(out);
   }
 }
 
 void put_numbers(OutBuffer& ob, std::string_view key, const Array<double>& values) {
   put_string(ob, key);
   ob.append(" : [");
-  put_values(ob, values.data(), values.data() + values.size());
+  const double* v = values.data();
+  ob.format_ranges(values.size(), kValueBytes,
+                   [v](std::size_t first, std::size_t last, TextBuffer& t) {
+                     put_values(t, v + first, v + last, first == 0);
+                   });
   ob.put(']');
 }
 
 // The pattern alone decides the shape: values beyond its sum are not
 // written, and an empty pattern gives "[]" whatever the values. The flat
 // vector is not trusted to hold the whole sum: a block is cut short where the
-// values run out and every later block comes out as "[]".
+// values run out and every later block comes out as "[]". Runs of whole
+// blocks of about a piece's worth of values are formatted in parallel; a
+// block larger than that is one piece.
 void put_blocks(OutBuffer& ob, std::string_view key, const Array<double>& values,
                 const Array<std::uint64_t>& pattern) {
   put_string(ob, key);
   ob.append(" : [");
-  std::size_t next = 0;
+  // starts[b]: the first value of block b; starts[size]: the end.
+  std::vector<std::size_t> starts(pattern.size() + 1);
+  std::vector<std::size_t> cuts{0};
+  std::size_t next = 0, piece = 0;
   for (std::size_t b = 0; b < pattern.size(); ++b) {
-    if (b != 0) ob.put(',');
-    ob.put('[');
-    const std::uint64_t left = values.size() - next;
-    const std::size_t end = next + static_cast<std::size_t>(std::min(pattern[b], left));
-    put_values(ob, values.data() + next, values.data() + end);
-    next = end;
-    ob.put(']');
-    ob.maybe_flush();
+    starts[b] = next;
+    const std::uint64_t n = std::min<std::uint64_t>(pattern[b], values.size() - next);
+    next += static_cast<std::size_t>(n);
+    piece += static_cast<std::size_t>(n) + 1;
+    if (piece * kValueBytes >= kOutputPiece) cuts.push_back(b + 1), piece = 0;
   }
+  starts[pattern.size()] = next;
+  if (cuts.back() != pattern.size()) cuts.push_back(pattern.size());
+  const double* v = values.data();
+  ob.format_cuts(cuts, [&starts, v](std::size_t first, std::size_t last, TextBuffer& t) {
+    for (std::size_t b = first; b < last; ++b) {
+      t.append(b != 0 ? ",[" : "[");
+      put_values(t, v + starts[b], v + starts[b + 1], true);
+      t.put(']');
+    }
+  });
   ob.put(']');
 }
 
@@ -169,8 +192,8 @@ void put_info_group(OutBuffer& ob, std::string_view key, const InfoGroup<T>& gro
 
 }  // namespace
 
-void write_json(std::ostream& out, const Solution& solution) {
-  OutBuffer ob(out.rdbuf());
+void write_json(std::ostream& out, const Solution& solution, unsigned threads) {
+  OutBuffer ob(out.rdbuf(), threads == 0 ? machine_threads() : threads);
   ob.put('{');
   put_string(ob, "$schema");
   ob.append(" : ");

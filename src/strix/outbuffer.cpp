@@ -1,54 +1,13 @@
 #include "strix/outbuffer.h"
 
-#include <condition_variable>  // std::condition_variable
-#include <mutex>               // std::mutex
-#include <new>                 // std::bad_alloc
-#include <system_error>        // std::system_error
-#include <thread>              // std::thread
+#include <algorithm>  // std::max, std::min
+#include <utility>    // std::move
+
+#include "strix/threads.h"
 
 namespace strix {
 
-namespace {
-// What the sink returns is deliberately not looked at: a plain file that
-// cannot be written loses the bytes silently; a compressing buffer throws.
-void offer_unchecked(std::streambuf* sink, fmt::memory_buffer& piece) {
-  sink->sputn(piece.data(), static_cast<std::streamsize>(piece.size()));
-}
-}  // namespace
-
-// The hand-over between the writer and the thread that passes pieces on.
-struct OutBuffer::OutputThread {
-  std::mutex mutex;
-  std::condition_variable changed;
-  fmt::memory_buffer* piece = nullptr;  // handed over, not yet passed on
-  bool stop = false;
-  std::exception_ptr failure;
-  std::thread worker;
-
-  void run(std::streambuf* sink) {
-    std::unique_lock lock(mutex);
-    for (;;) {
-      changed.wait(lock, [&] { return piece != nullptr || stop; });
-      if (piece == nullptr) return;
-      if (!failure) {
-        lock.unlock();
-        std::exception_ptr caught;
-        try {
-          offer_unchecked(sink, *piece);
-        } catch (...) {
-          caught = std::current_exception();
-        }
-        lock.lock();
-        failure = caught;
-      }
-      piece->clear();
-      piece = nullptr;
-      changed.notify_all();
-    }
-  }
-};
-
-OutBuffer::OutBuffer(std::streambuf* sink) : sink_(sink) {}
+OutBuffer::OutBuffer(std::streambuf* sink, unsigned threads) : sink_(sink), threads_(threads) {}
 
 OutBuffer::~OutBuffer() {
   // Writers flush at their end, where a failure can still reach the driver;
@@ -58,84 +17,102 @@ OutBuffer::~OutBuffer() {
     flush();
   } catch (...) {
   }
-  if (thread_) {
-    {
-      const std::lock_guard lock(thread_->mutex);
-      thread_->stop = true;
-    }
-    thread_->changed.notify_all();
-    thread_->worker.join();
-  }
 }
 
 // After a failure of the stream buffer nothing more is offered to it: what
 // is pending is dropped and the failure is thrown again.
 void OutBuffer::rethrow_failure() {
   if (!failure_) return;
-  buf_->clear();
+  clear();
   std::rethrow_exception(failure_);
 }
 
-void OutBuffer::write_here() {
+// What the sink returns is deliberately not looked at: a plain file that
+// cannot be written loses the bytes silently; a compressing buffer throws.
+void OutBuffer::offer(TextBuffer& piece) {
+  const std::string_view text = piece.text();
+  piece.clear();
+  if (text.empty()) return;
   try {
-    offer_unchecked(sink_, *buf_);
+    sink_->sputn(text.data(), static_cast<std::streamsize>(text.size()));
   } catch (...) {
     failure_ = std::current_exception();
   }
-  buf_->clear();
   rethrow_failure();
-}
-
-void OutBuffer::wait_idle() {
-  {
-    std::unique_lock lock(thread_->mutex);
-    thread_->changed.wait(lock, [&] { return thread_->piece == nullptr; });
-    failure_ = thread_->failure;
-  }
-  rethrow_failure();
-}
-
-bool OutBuffer::start_thread() {
-  if (no_thread_) return false;
-  try {
-    auto thread = std::make_unique<OutputThread>();
-    thread->worker = std::thread([p = thread.get(), sink = sink_] { p->run(sink); });
-    thread_ = std::move(thread);
-    return true;
-  } catch (const std::system_error&) {
-    // No thread to be had: the pieces are written in turn, as they come.
-  } catch (const std::bad_alloc&) {
-    // Nor memory for one: the same.
-  }
-  no_thread_ = true;
-  return false;
-}
-
-void OutBuffer::hand_over() {
-  rethrow_failure();
-  if (buf_->size() == 0) return;
-  if (!thread_ && !start_thread()) {
-    write_here();
-    return;
-  }
-  wait_idle();
-  {
-    const std::lock_guard lock(thread_->mutex);
-    thread_->piece = buf_;
-  }
-  thread_->changed.notify_all();
-  buf_ = buf_ == &pieces_[0] ? &pieces_[1] : &pieces_[0];
 }
 
 void OutBuffer::flush() {
   rethrow_failure();
-  if (!thread_) {
-    // No thread: for what fits in one piece, or when none could be started.
-    if (buf_->size() != 0) write_here();
+  offer(*this);
+}
+
+template <typename RangeAt>
+void OutBuffer::run_ranges(std::size_t ranges, RangeAt range_at, const FormatRange& format) {
+  if (threads_ < 2 || ranges < 2) {
+    for (std::size_t k = 0; k < ranges; ++k) {
+      const auto [first, last] = range_at(k);
+      format(first, last, *this);
+      maybe_flush();
+    }
     return;
   }
-  hand_over();
-  wait_idle();
+  // What was formatted before the run goes first.
+  flush();
+  if (!pool_) pool_ = std::make_unique<OrderedPool>(threads_);
+  OrderedPool& pool = *pool_;
+  std::vector<std::unique_ptr<TextBuffer>> pieces;  // in flight, in order
+  const std::size_t most = 2 * std::max<std::size_t>(threads_, 1);
+  auto finish_oldest = [&] {
+    pool.finish_oldest();
+    std::unique_ptr<TextBuffer> piece = std::move(pieces.front());
+    pieces.erase(pieces.begin());
+    offer(*piece);
+    spare_.push_back(std::move(piece));
+  };
+  try {
+    for (std::size_t k = 0; k < ranges; ++k) {
+      if (pieces.size() >= most) finish_oldest();
+      std::unique_ptr<TextBuffer> piece;
+      if (spare_.empty()) {
+        piece = std::make_unique<TextBuffer>();
+      } else {
+        piece = std::move(spare_.back());
+        spare_.pop_back();
+      }
+      TextBuffer* target = piece.get();
+      pieces.push_back(std::move(piece));
+      const auto [first, last] = range_at(k);
+      pool.submit([&format, target, first = first, last = last] { format(first, last, *target); });
+    }
+    while (!pieces.empty()) finish_oldest();
+  } catch (...) {
+    // The jobs still running format into pieces this frame owns.
+    pool.drain();
+    throw;
+  }
+}
+
+void OutBuffer::format_ranges(std::size_t count, std::size_t item_bytes,
+                              const FormatRange& format) {
+  const std::size_t per =
+      std::max<std::size_t>(1, kOutputPiece / std::max<std::size_t>(item_bytes, 1));
+  const std::size_t ranges = (count + per - 1) / per;
+  run_ranges(
+      ranges,
+      [&](std::size_t k) {
+        return std::pair{k * per, std::min(count, (k + 1) * per)};
+      },
+      format);
+}
+
+void OutBuffer::format_cuts(const std::vector<std::size_t>& cuts, const FormatRange& format) {
+  if (cuts.size() < 2) return;
+  run_ranges(
+      cuts.size() - 1,
+      [&](std::size_t k) {
+        return std::pair{cuts[k], cuts[k + 1]};
+      },
+      format);
 }
 
 }  // namespace strix

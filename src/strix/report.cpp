@@ -18,6 +18,7 @@
 #include "strix/numbers.h"
 #include "strix/outbuffer.h"
 #include "strix/solution.h"
+#include "strix/threads.h"  // machine_threads
 #include "strix/writers.h"
 
 namespace strix {
@@ -178,39 +179,46 @@ void write_objective(OutBuffer& ob, const SolutionItem& item) {
   ob.put('\n');
 }
 
+// Bytes of a typical row, to cut the tables into pieces of about
+// kOutputPiece.
+constexpr std::size_t kRowBytes = 6 + 20 + 2 + 6 + 4 * (1 + kValueColumnWidth) + 1;
+
 // The variable and constraint tables: a header, then one row per item with
 // its name, status key and four value columns. "      {:<20}: {:6s}"
 // (variables) and "      {:20s}: {:6s}" (constraints) give the same row
-// head; each column is " {:24.16g}".
-void write_rows(OutBuffer& ob, DisplayName& names, const NameList& list, std::int32_t count,
+// head; each column is " {:24.16g}". Ranges of rows are formatted in
+// parallel, each with display names of its own.
+void write_rows(OutBuffer& ob, const NameList& list, std::int32_t count,
                 std::string_view default_prefix, const Array<std::uint8_t>& keys,
                 const std::array<const Array<double>*, 4>& columns) {
-  for (std::int32_t j = 0; j < count; ++j) {
-    const auto u = static_cast<std::uint64_t>(j);
-    const std::string_view name = names.get(list, count, j, default_prefix);
-    const std::string_view key = key_name(keys, u);
-    char* out = ob.room(6 + std::max<std::size_t>(name.size(), 20) + 2 +
-                        std::max<std::size_t>(key.size(), 6) + 4 * (1 + kValueColumnWidth) + 1);
-    std::memset(out, ' ', 6);
-    out = put_padded(out + 6, name, 20);
-    *out++ = ':';
-    *out++ = ' ';
-    out = put_padded(out, key, 6);
-    for (const Array<double>* values : columns) {
+  const auto rows = static_cast<std::size_t>(std::max(count, 0));
+  ob.format_ranges(rows, kRowBytes, [&](std::size_t first, std::size_t last, TextBuffer& t) {
+    DisplayName names;
+    for (std::size_t j = first; j < last; ++j) {
+      const std::string_view name =
+          names.get(list, count, static_cast<std::int64_t>(j), default_prefix);
+      const std::string_view key = key_name(keys, j);
+      char* out = t.room(6 + std::max<std::size_t>(name.size(), 20) + 2 +
+                         std::max<std::size_t>(key.size(), 6) + 4 * (1 + kValueColumnWidth) + 1);
+      std::memset(out, ' ', 6);
+      out = put_padded(out + 6, name, 20);
+      *out++ = ':';
       *out++ = ' ';
-      out = put_value(out, *values, u);
+      out = put_padded(out, key, 6);
+      for (const Array<double>* values : columns) {
+        *out++ = ' ';
+        out = put_value(out, *values, j);
+      }
+      *out++ = '\n';
+      t.commit(out);
     }
-    *out++ = '\n';
-    ob.commit(out);
-    ob.maybe_flush();
-  }
+  });
 }
 
-void write_variables(OutBuffer& ob, DisplayName& names, const Solution& s,
-                     const SolutionItem& item) {
+void write_variables(OutBuffer& ob, const Solution& s, const SolutionItem& item) {
   ob.append("    Variables\n");
   write_header(ob, "xx", "slx", "sux", "snx");
-  write_rows(ob, names, s.var_names, s.numvar, "var", item.skx,
+  write_rows(ob, s.var_names, s.numvar, "var", item.skx,
              {&item.xx, &item.slx, &item.sux, &item.snx});
 }
 
@@ -237,63 +245,88 @@ void write_bar_variables(OutBuffer& ob, DisplayName& names, const Solution& s) {
   ob.append(header);
 }
 
-void write_constraints(OutBuffer& ob, DisplayName& names, const Solution& s,
-                       const SolutionItem& item) {
+void write_constraints(OutBuffer& ob, const Solution& s, const SolutionItem& item) {
   ob.append("    Constraints\n");
   write_header(ob, "xc", "slc", "suc", "y");
-  write_rows(ob, names, s.con_names, s.numcon, "con", item.skc,
-             {&item.xc, &item.slc, &item.suc, &item.y});
+  write_rows(ob, s.con_names, s.numcon, "con", item.skc, {&item.xc, &item.slc, &item.suc, &item.y});
 }
 
 // Every row of ACC a shows constraint a's name and status and doty[a]: the
 // ACC names, the ACC's own offset into doty and the row index are not used.
 // That is the report's layout, kept as it is.
-void write_affine_conic(OutBuffer& ob, DisplayName& names, const Solution& s,
-                        const SolutionItem& item) {
+// The rows of ACC a, [first, last) of them: all alike.
+void write_acc_rows(TextBuffer& t, DisplayName& names, const Solution& s, const SolutionItem& item,
+                    std::uint64_t a, std::uint64_t first, std::uint64_t last) {
+  const std::string_view name =
+      names.get(s.con_names, s.numcon, static_cast<std::int64_t>(a), "con");
+  const char* key = key_name(item.skc, a);
+  // "    {}: {:6s} " and "{:24.16g}", or "{:24s}" of a dot (left-aligned).
+  char value[kValueColumnWidth];
+  if (a < item.doty.size()) {
+    format_value_column(value, item.doty[a]);
+  } else {
+    put_padded(value, ".", kValueColumnWidth);
+  }
+  for (std::uint64_t r = first; r < last; ++r) {
+    char* out = t.room(4 + name.size() + 2 + std::max<std::size_t>(std::strlen(key), 6) + 1 +
+                       kValueColumnWidth + 1);
+    std::memset(out, ' ', 4);
+    out += 4;
+    std::memcpy(out, name.data(), name.size());
+    out += name.size();
+    *out++ = ':';
+    *out++ = ' ';
+    out = put_padded(out, key, 6);
+    *out++ = ' ';
+    std::memcpy(out, value, kValueColumnWidth);
+    out += kValueColumnWidth;
+    *out++ = '\n';
+    t.commit(out);
+  }
+}
+
+void write_affine_conic(OutBuffer& ob, const Solution& s, const SolutionItem& item) {
   ob.append("    AffineConicConstraints\n");
   // A missing pattern entry counts as zero rows, so only ACCs with an entry
   // can print anything; this also keeps a huge numacc from spinning.
   const std::uint64_t count =
       std::min(static_cast<std::uint64_t>(s.numacc), std::uint64_t{s.acc_pattern.size()});
+  // Runs of whole ACCs of about a piece's worth of rows are formatted in
+  // parallel; an ACC with more rows than that is cut into ranges of rows.
+  constexpr std::uint64_t kPieceRows = kOutputPiece / kRowBytes;
+  std::vector<std::size_t> cuts{0};
+  std::uint64_t rows = 0;
+  const auto write_run = [&](std::uint64_t end) {
+    if (cuts.back() != end) cuts.push_back(end);
+    ob.format_cuts(cuts, [&](std::size_t first, std::size_t last, TextBuffer& t) {
+      DisplayName names;
+      for (std::uint64_t a = first; a < last; ++a) {
+        write_acc_rows(t, names, s, item, a, 0, s.acc_pattern[a]);
+      }
+    });
+  };
   for (std::uint64_t a = 0; a < count; ++a) {
-    const std::uint64_t rows = s.acc_pattern[a];
-    if (rows == 0) continue;
-    // The name is produced once per ACC: its rows are identical.
-    const std::string_view name =
-        names.get(s.con_names, s.numcon, static_cast<std::int64_t>(a), "con");
-    const char* key = key_name(item.skc, a);
-    const bool has_value = a < item.doty.size();
-    // "    {}: {:6s} " and "{:24.16g}", or "{:24s}" of a dot (left-aligned).
-    char value[kValueColumnWidth];
-    if (has_value) {
-      format_value_column(value, item.doty[a]);
-    } else {
-      put_padded(value, ".", kValueColumnWidth);
+    const std::uint64_t n = s.acc_pattern[a];
+    if (n > kPieceRows) {
+      write_run(a);
+      ob.format_ranges(n, kRowBytes, [&](std::size_t first, std::size_t last, TextBuffer& t) {
+        DisplayName names;
+        write_acc_rows(t, names, s, item, a, first, last);
+      });
+      cuts.assign(1, a + 1);
+      rows = 0;
+      continue;
     }
-    for (std::uint64_t r = 0; r < rows; ++r) {
-      char* out = ob.room(4 + name.size() + 2 + std::max<std::size_t>(std::strlen(key), 6) + 1 +
-                          kValueColumnWidth + 1);
-      std::memset(out, ' ', 4);
-      out += 4;
-      std::memcpy(out, name.data(), name.size());
-      out += name.size();
-      *out++ = ':';
-      *out++ = ' ';
-      out = put_padded(out, key, 6);
-      *out++ = ' ';
-      std::memcpy(out, value, kValueColumnWidth);
-      out += kValueColumnWidth;
-      *out++ = '\n';
-      ob.commit(out);
-      ob.maybe_flush();
-    }
+    rows += n;
+    if (rows >= kPieceRows) cuts.push_back(a + 1), rows = 0;
   }
+  write_run(count);
 }
 
 }  // namespace
 
-void write_text_report(std::ostream& out, const Solution& solution) {
-  OutBuffer ob(out.rdbuf());
+void write_text_report(std::ostream& out, const Solution& solution, unsigned threads) {
+  OutBuffer ob(out.rdbuf(), threads == 0 ? machine_threads() : threads);
   DisplayName names;
   ob.append("Solutions\n");
   for (const SolutionItem& item : solution.solutions) {
@@ -305,10 +338,10 @@ void write_text_report(std::ostream& out, const Solution& solution) {
     const StatusNamePair pro = problem_status_names(item.prosta);
     fmt::format_to(ob.out(), FMT_COMPILE("    ProblemStatus {} {}\n"), pro.primal, pro.dual);
     write_objective(ob, item);
-    write_variables(ob, names, solution, item);
+    write_variables(ob, solution, item);
     if (solution.numbarvar > 0) write_bar_variables(ob, names, solution);
-    write_constraints(ob, names, solution, item);
-    if (solution.numacc > 0) write_affine_conic(ob, names, solution, item);
+    write_constraints(ob, solution, item);
+    if (solution.numacc > 0) write_affine_conic(ob, solution, item);
     ob.maybe_flush();
   }
   ob.flush();

@@ -1,5 +1,9 @@
 // The three text and archive forms of a solution. Each writes the whole form
 // to the stream's buffer; failures of that buffer are thrown (errors.h).
+// `threads` for the text forms: how many threads may format long runs of
+// output while this one hands finished pieces to the stream buffer in order
+// (0: as many as the machine gives the process; 1: this thread alone). The
+// bytes are the same for every count.
 #pragma once
 
 #include <ostream>  // std::ostream
@@ -11,7 +15,7 @@ struct Solution;
 // The one-line JSON document (no trailing newline). Non-finite values are
 // the bare tokens inf, -inf and nan, statuses and information item names
 // are written raw: a document holding such values is not strict JSON.
-void write_json(std::ostream& out, const Solution& solution);
+void write_json(std::ostream& out, const Solution& solution, unsigned threads = 0);
 
 // The task archive: a tar stream of text members and "NLOM" array members.
 void write_task(std::ostream& out, const Solution& solution);
@@ -19,6 +23,6 @@ void write_task(std::ostream& out, const Solution& solution);
 // The fixed-width text report. A solution with bar variables ends it after
 // the first bar variable's line, with the formatting library's error
 // ("argument not found") thrown.
-void write_text_report(std::ostream& out, const Solution& solution);
+void write_text_report(std::ostream& out, const Solution& solution, unsigned threads = 0);
 
 }  // namespace strix
