@@ -558,21 +558,29 @@ def gzip_kept(data):
 
 
 class Streams(Case):
-    # Every form to a file and to standard output, plain and compressed, the
+    # Every form to a file and to standard output, plain and compressed, at
+    # 1, 2 and 5 threads (STRIX_THREADS): the same bytes at every count, the
     # bytes the gzip buffer loses (65536 bytes fill its put area, one more
     # overflows it); empty outputs are valid empty streams, also of a form
-    # refused after its file was created.
+    # refused after its file was created. Values of STRIX_THREADS that are
+    # not positive integers are ignored, silently.
     def test_forms_and_compression(self):
         data = random.Random(11).randbytes(300_000)
         self.assertEqual((len(gzip_kept(data)), gzip_kept(data)[65535:65537]),
                          (len(data) - 4, data[65535:65538:2]))
-        self.write("noisy.b", noisy(10000))
+        self.write("noisy.b", noisy(25000))  # text of several gzip chunks and many pieces
         for form in (".json", ".jtask", ".task", ".txt", ".b"):
             plain = self.run_ok("noisy.b", "plain" + form)
             self.assertGreater(len(plain), 5 << 16)
             for out in (f"-{form}", f"o{form}.zst", f"-{form}.zst", f"o{form}.gz", f"-{form}.gz"):
                 want = gzip_kept(plain) if out[-3:] == ".gz" else plain
-                self.assertEqual(self.run_ok("noisy.b", out), want, out)
+                raw = {}
+                ignored = ("0", "x", "-3", "2.5", "") if out == f"o{form}.zst" else ()
+                for threads in ("1", "2", "5") + ignored:
+                    env = dict(os.environ, STRIX_THREADS=threads)
+                    self.assertEqual(self.run_ok("noisy.b", out, env=env), want, (out, threads))
+                    raw[threads] = self.read(out) if out[0] != "-" else None
+                self.assertEqual(len(set(raw.values())), 1, out)
         for n, z in ((300_000, ".zst"), (65536, ".gz"), (65537, ".gz")):
             want = gzip_kept(data[:n]) if z == ".gz" else data[:n]
             self.assertEqual(self.run_ok(data[:n], "out.b" + z), want)
