@@ -546,6 +546,17 @@ class Writers(Case):
                                  "Solutions\n" + OPENING.format("interior", "optimal optimal",
                                                                  "feasible feasible")
                                  + f"    BarVariables\n      {line}:\n")
+        # Rows of many pieces before the bar variables are all written, in
+        # order, at any thread count: the report without bar variables up to
+        # its constraints, then the bar-variable lines.
+        rows = noisy(20000)
+        whole = self.run_ok(rows, "out.txt")
+        rows.numbarvar, rows.barvar_pattern = 1, [1]
+        for threads in ("1", "2", "5"):
+            self.assertEqual(self.run_ok(rows, "-.txt.gz", ABORT, UNKNOWN,
+                                         env=dict(os.environ, STRIX_THREADS=threads)),
+                             gzip_kept(whole[:whole.index(b"    Constraints\n")] +
+                                       b"    BarVariables\n      barvar0000(2):\n"))
 
 
 # ------------------------------------------------------ compressed outputs
