@@ -10,9 +10,21 @@ reference tools `igzip -3` and `zstd -3` on the same plain output, and their
 sizes are compared with `gzip -3` and `zstd -3` on that output. The Python
 module's strix.read is timed in-process against the ".task" conversion and
 against json.load of the command's JSON. Peak resident memory comes from
-/usr/bin/time of each child.
+/usr/bin/time of each child. With --report, the ratios are also drawn as a
+chart beside the report (FILE's name with ".png").
 
-    python3 bench/run.py [--numvar N] [--numcon M] [--runs 5] [--report FILE]
+The scaling section converts a file of 1,000,000 variables and 500,000
+constraints (17-digit values) pinned to one core and to two (taskset), times
+each stage of a conversion on one core, and projects from those times each
+form's wall time on 4, 8 and 16 cores, set against strix piped into the zstd
+and igzip commands; with --baseline, another strix binary takes turns with
+this one on one core. Its chart goes to FILE's name with "-scaling.png".
+
+    python3 bench/run.py [--ratios | --scaling] [--numvar N] [--numcon M] [--runs 5]
+                         [--baseline BIN] [--report FILE]
+
+The report file keeps what lies outside the sections this script writes, so
+notes added by hand survive a run of one section.
 """
 
 import argparse
@@ -20,6 +32,7 @@ import datetime
 import os
 import platform
 import random
+import shlex
 import shutil
 import statistics
 import subprocess
@@ -27,6 +40,19 @@ import sys
 import tempfile
 import time
 from array import array
+
+try:
+    import matplotlib
+except ImportError:
+    # matplotlib, like the module's numpy, is Debian's: another interpreter
+    # first on the PATH hands over to the system one.
+    if os.path.realpath(sys.executable) != os.path.realpath("/usr/bin/python3") and \
+            os.path.exists("/usr/bin/python3"):
+        os.execv("/usr/bin/python3", ["/usr/bin/python3", *sys.argv])
+    sys.exit("bench/run.py needs python3-matplotlib (bash tools/setup.sh installs it)")
+matplotlib.use("Agg")
+import matplotlib.pyplot as plt  # noqa: E402
+import matplotlib.ticker  # noqa: E402
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 ROOT = os.path.dirname(HERE)
@@ -58,47 +84,69 @@ def large(numvar, numcon, round_values=False, seed=1):
                         info_f64=[(b"t", 1.0)], info_i32=[(b"i", 1)], info_i64=[(b"l", 1)])
 
 
-def timed(cmd, out):
-    """Runs cmd, which writes the file out; returns (wall seconds, peak RSS in
-    MB). Every run writes a new file: the previous output is removed and the
+def pinned(cpus):
+    return ["taskset", "-c", cpus] if cpus else []
+
+
+def fresh(out):
+    """Every run writes a new file: the previous output is removed and the
     file system synced before the clock starts, so neither dropping old pages
-    nor the background writeback of earlier runs lands in a measurement. The
-    peak comes from /usr/bin/time: a child forked from this (large)
-    interpreter would count the interpreter's pages in its own peak."""
+    nor the background writeback of earlier runs lands in a measurement."""
     if os.path.exists(out):
         os.remove(out)
     os.sync()
+
+
+def timed(cmd, out, cpus=None, status=0):
+    """Runs cmd, which writes the file out, on the processors cpus (taskset's
+    list; None: any) and expects it to end with status; returns (wall seconds,
+    peak RSS in MB). The peak comes from /usr/bin/time: a child forked from
+    this (large) interpreter would count the interpreter's pages in its own
+    peak."""
+    fresh(out)
     with tempfile.NamedTemporaryFile("r") as rss:
         start = time.perf_counter()
-        proc = subprocess.run(["/usr/bin/time", "-o", rss.name, "-f", "%M", *cmd],
+        proc = subprocess.run([*pinned(cpus), "/usr/bin/time", "-o", rss.name, "-f", "%M", *cmd],
                               stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
         wall = time.perf_counter() - start
-        if proc.returncode != 0:
-            raise RuntimeError(f"{cmd} failed ({proc.returncode}): {proc.stderr!r}")
+        if proc.returncode != status:
+            raise RuntimeError(f"{cmd} ended with {proc.returncode}, not {status}: "
+                               f"{proc.stderr!r}")
         return wall, int(rss.read().split()[-1]) / 1024.0
 
 
-def median_run(cmd, out, runs):
-    results = [timed(cmd, out) for _ in range(runs)]
+def timed_pipeline(script, out, cpus):
+    """Wall seconds of a shell pipeline that writes out, every process of it
+    on the processors cpus."""
+    fresh(out)
+    start = time.perf_counter()
+    subprocess.run([*pinned(cpus), "bash", "-c", "set -o pipefail; " + script], check=True)
+    return time.perf_counter() - start
+
+
+def median_run(cmd, out, runs, cpus=None):
+    results = [timed(cmd, out, cpus) for _ in range(runs)]
     return statistics.median(r[0] for r in results), max(r[1] for r in results)
 
 
-def floor_seconds(floors, what, path, runs):
+def floor_seconds(floors, what, path, runs, cpus=None):
     values = []
     for _ in range(runs):
-        out = subprocess.run([floors, what, path], capture_output=True, text=True, check=True)
+        out = subprocess.run([*pinned(cpus), floors, what, path], capture_output=True, text=True,
+                             check=True)
         values.append(float(out.stdout))
     return statistics.median(values)
 
 
-def build(build_dir):
+def build(build_dir, python=True):
     subprocess.run(["cmake", "-S", ROOT, "-B", build_dir, "-DCMAKE_BUILD_TYPE=Release",
                     "-DSTRIX_BUILD_BENCHMARKS=ON", "-DSTRIX_BUILD_TESTS=OFF"], check=True,
                    stdout=subprocess.DEVNULL)
     subprocess.run(["cmake", "--build", build_dir, "-j2", "--target", "strix", "strix_floors"],
                    check=True, stdout=subprocess.DEVNULL)
-    subprocess.run(["cmake", "--build", build_dir, "-j2", "--target", "strix_python"], check=True,
-                   stdout=subprocess.DEVNULL)
+    if python:
+        subprocess.run(["cmake", "--build", build_dir, "-j2", "--target", "strix_python"],
+                       check=True, stdout=subprocess.DEVNULL)
     return os.path.join(build_dir, "strix"), os.path.join(build_dir, "bench", "strix_floors")
 
 
@@ -258,39 +306,445 @@ def bench_file(label, path, vectors_mb, doubles, strix, floors, build_dir, work,
               f"{times['.task (with strix.read)']:.3f} | |"]
     lines += ["", "| ratio | measured | target | |", "|---|---|---|---|"]
     lines += [f"| {n} | {r:.2f} | {lim} | {v} |" for n, r, lim, v in checks]
-    return "\n".join(lines) + "\n", all(c[3] == "ok" for c in checks)
+    return "\n".join(lines) + "\n", checks
+
+
+def ratio_chart(png, files):
+    """Every checked ratio as measured / target, one bar per file: a bar that
+    passes the line at 1.0 misses its target."""
+    names = []
+    for _, checks in files:
+        names += [c[0] for c in checks if c[0] not in names]
+    limits = {c[0]: c[2] for _, checks in files for c in checks}
+    clip = 2.0
+    fig, ax = plt.subplots(figsize=(11, 1.2 + 0.36 * len(names)))
+    height = 0.8 / len(files)
+    for i, (label, checks) in enumerate(files):
+        value = {c[0]: c[1] / c[2] for c in checks}
+        ys = [k - 0.4 + height * (i + 0.5) for k, n in enumerate(names) if n in value]
+        xs = [value[n] for n in names if n in value]
+        bars = ax.barh(ys, [min(x, clip) for x in xs], height=height, label=label,
+                       color=f"C{i}")
+        for bar, x in zip(bars, xs):
+            if x > 1.0:
+                bar.set_hatch("///")
+                bar.set_edgecolor("black")
+            ax.text(min(max(x, 0.0), clip) + 0.01, bar.get_y() + height / 2,
+                    f"{x:.2f}" + (" (clipped)" if x > clip else ""), va="center", fontsize=7)
+    ax.axvline(1.0, color="red", linestyle="--", linewidth=1.2, label="target")
+    ax.set_yticks(range(len(names)))
+    # A "$" would start mathematical text.
+    ax.set_yticklabels([n.replace("$", r"\$") + f"  (target {limits[n]})" for n in names],
+                       fontsize=8)
+    ax.invert_yaxis()
+    ax.set_xlim(min(0.0, *(c[1] / c[2] for _, cs in files for c in cs)), clip + 0.25)
+    ax.set_xlabel("measured / target (past 1.0, hatched: over target)")
+    ax.set_title("strix conversions against their targets")
+    ax.grid(axis="x", alpha=0.3)
+    ax.legend(loc="lower right", fontsize=8)
+    fig.tight_layout()
+    fig.savefig(png, dpi=110)
+    plt.close(fig)
+
+
+SCALING_FORMS = [".json", ".txt", ".json.zst", ".json.gz", ".txt.gz", ".task", ".task.zst",
+                 ".task.gz", ".b"]
+# The task archive and the byte copy pass the input's values on with nothing
+# to format or compress: a second core has nothing to take over, so the
+# two-core target leaves them out.
+UNSCALED = (".task", ".b")
+PLAIN = (".json", ".txt", ".task", ".b")
+# The floors binary's single-thread compressor for each compression suffix.
+ENGINE = {".zst": "zstd", ".gz": "gzip"}
+CORES = (1, 2, 4, 8, 16)
+# What a user would build on the same cores instead of a compressed form:
+# label, the compression the projection charges, the command after the pipe
+# for a given number of cores.
+PIPELINES = [("strix -.json | zstd -q -3 -T0", ".json.zst", lambda n: "zstd -q -3 -T0 -c"),
+             ("strix -.json | igzip -3 -T<cores>", ".json.gz", lambda n: f"igzip -3 -T{n} -c")]
+
+
+def plain(form):
+    return form[:form.index(".", 1)] if form.count(".") > 1 else form
+
+
+def spread(values):
+    """The range of a set of runs relative to their median."""
+    return (max(values) - min(values)) / statistics.median(values)
+
+
+def taking_turns(a, b, runs):
+    """Runs a and b (callables returning seconds) once each untimed, then runs
+    times each, taking turns and switching which goes first, so that drift of
+    the machine falls on both alike. Returns the two lists of seconds; the
+    i-th of each ran next to each other."""
+    a(), b()
+    ra, rb = [], []
+    for i in range(runs):
+        if i % 2:
+            rb.append(b())
+            ra.append(a())
+        else:
+            ra.append(a())
+            rb.append(b())
+    return ra, rb
+
+
+def project(read, work, serial, cores, parallel):
+    """wall(P) = read + max(work / P, serial), and the name of its largest term
+    (the writing where it ties with the parallel work, which then holds
+    nothing else)."""
+    terms = {"reading": read, "writing": serial, parallel: work / cores}
+    return read + max(work / cores, serial), max(terms, key=terms.get)
+
+
+def scaling(path, numvar, numcon, strix, floors, baseline, work, runs):
+    """The scaling section: one core against two, the A/B against a baseline
+    binary, stage times on one core and the projection. Returns (markdown,
+    all targets met, what the chart draws)."""
+    cpus = sorted(os.sched_getaffinity(0))
+    if len(cpus) < 2:
+        sys.exit("the scaling section needs two processors")
+    one, two = str(cpus[0]), f"{cpus[0]},{cpus[1]}"
+    size_mb = os.path.getsize(path) / 1e6
+    with open("/proc/loadavg") as f:
+        load = f.read().split()[0]
+    checks = []
+
+    def out(form):
+        return os.path.join(work, "scale" + form)
+
+    def run(binary, form, cpu_list):
+        return lambda: timed([binary, path, out(form)], out(form), cpu_list)
+
+    # One core against two.
+    cores = {}
+    for form in SCALING_FORMS:
+        r1, r2 = taking_turns(run(strix, form, one), run(strix, form, two), runs)
+        w1, w2 = [r[0] for r in r1], [r[0] for r in r2]
+        m1, m2 = statistics.median(w1), statistics.median(w2)
+        cores[form] = {"1": m1, "2": m2, "w1": w1, "w2": w2, "ratio": m2 / m1,
+                       "pairs": [b / a for a, b in zip(w1, w2)],
+                       "rss1": max(r[1] for r in r1), "rss2": max(r[1] for r in r2)}
+        if form not in UNSCALED:
+            checks.append(m2 / m1 <= 0.6)
+
+    # The baseline binary and this one taking turns on one core.
+    ab = {}
+    for form in SCALING_FORMS if baseline else ():
+        rb, rc = taking_turns(lambda: run(baseline, form, one)()[0],
+                              lambda: run(strix, form, one)()[0], runs)
+        mb, mc = statistics.median(rb), statistics.median(rc)
+        noise = max(spread(rb), spread(rc))
+        ab[form] = {"base": mb, "cur": mc, "ratio": mc / mb, "noise": noise,
+                    "pairs": [c / b for b, c in zip(rb, rc)], "ok": mc / mb <= 1 + noise}
+        checks.append(ab[form]["ok"])
+
+    # Stage times on one core. Reading: the whole input is read and checked
+    # before an unknown output form ends the run with status 7.
+    xml = os.path.join(work, "scale.xml")
+    read = statistics.median(timed([strix, path, xml], xml, one, status=7)[0]
+                             for _ in range(runs))
+    dst = os.path.join(work, "scale.cp")
+    write = {p: median_run(["cp", out(p), dst], dst, runs, one)[0] for p in PLAIN}
+    compress = {f: floor_seconds(floors, ENGINE[f[f.rindex("."):]], out(plain(f)), runs, one)
+                for f in SCALING_FORMS if plain(f) != f}
+    fmt_floor = {".json": floor_seconds(floors, "format-json", path, runs, one),
+                 ".txt": floor_seconds(floors, "format-txt", path, runs, one)}
+    fmt = {p: max(0.0, cores[p]["1"] - read - write[p]) for p in PLAIN if p != ".b"}
+    fmt[".b"] = 0.0
+
+    # The byte copy passes the input on as it comes, without reading it as a
+    # solution first: its model is the write alone.
+    proj = {}
+    for form in SCALING_FORMS:
+        p = plain(form)
+        work_s = fmt[p] + compress.get(form, 0.0) + write[p]
+        name = "format" if p == form else "format+compress"
+        proj[form] = {n: project(0.0 if form == ".b" else read, work_s, write[p], n, name)
+                      for n in CORES}
+
+    # The pipelines: measured on one core and two, taking turns, and projected
+    # with one more pass of the JSON through the pipe.
+    pipes = {}
+    for label, charged, tool in PIPELINES:
+        dest = os.path.join(work, "pipe" + charged)
+
+        def pipe(cpu_list, n, tool=tool, dest=dest):
+            script = (f"{shlex.quote(strix)} {shlex.quote(path)} -.json | {tool(n)} > "
+                      f"{shlex.quote(dest)}")
+            return lambda: timed_pipeline(script, dest, cpu_list)
+
+        p1, p2 = taking_turns(pipe(one, 1), pipe(two, 2), runs)
+        # The pipeline's output holds the same document as the conversion's.
+        unpack = "zstd -dc" if charged.endswith(".zst") else "gzip -dc"
+        subprocess.run(f"{unpack} {shlex.quote(dest)} | cmp -s - {shlex.quote(out('.json'))}",
+                       shell=True, check=True)
+        work_s = fmt[".json"] + compress[charged] + 2 * write[".json"]
+        pipes[label] = {"1": statistics.median(p1), "2": statistics.median(p2),
+                        "proj": {n: project(read, work_s, write[".json"], n, "format+compress")
+                                 for n in CORES}}
+
+    lines = [f"{os.path.basename(path)}, {size_mb:.1f} MB: {numvar} variables, {numcon} "
+             f"constraints, random 17-digit values. {runs} runs of each (medians); runs that "
+             "are compared take turns, after an untimed run of each. One core is "
+             f"`taskset -c {one}`, two cores `taskset -c {two}`.", "",
+             f"1-minute load before the runs: {load}", "",
+             "### One core against two", "",
+             "| form | 1 core s | range | 2 cores s | range | 2 cores / 1 core | target | | "
+             "peak RSS MB, 1 core | 2 cores |", "|---|---|---|---|---|---|---|---|---|---|"]
+    for form in SCALING_FORMS:
+        c = cores[form]
+        verdict = ("" if form in UNSCALED else "ok" if c["ratio"] <= 0.6 else "OVER")
+        lines.append(f"| {form} | {c['1']:.3f} | {min(c['w1']):.3f}–{max(c['w1']):.3f} | "
+                     f"{c['2']:.3f} | {min(c['w2']):.3f}–{max(c['w2']):.3f} | "
+                     f"{c['ratio']:.2f} | {'—' if form in UNSCALED else '0.6'} | {verdict} | "
+                     f"{c['rss1']:.1f} | {c['rss2']:.1f} |")
+    lines += ["", "`.task` and `.b` pass the input's values on with nothing to format or "
+              "compress, so they have no two-core target.", "",
+              "### Against the baseline, one core", ""]
+    if ab:
+        lines += [f"Baseline: `{baseline}`. Noise is the larger relative range (max − min "
+                  "over median) of the two binaries' own runs; the current binary is slower "
+                  "than noise where current / baseline exceeds 1 + noise. Pair "
+                  "ratios: the range of current / baseline over the runs made next to each "
+                  "other.", "",
+                  "| form | baseline s | current s | current / baseline | pair ratios | noise "
+                  "| |", "|---|---|---|---|---|---|---|"]
+        lines += [f"| {f} | {a['base']:.3f} | {a['cur']:.3f} | {a['ratio']:.3f} | "
+                  f"{min(a['pairs']):.2f}–{max(a['pairs']):.2f} | ±{a['noise']:.3f} | "
+                  f"{'ok' if a['ok'] else 'SLOWER'} |" for f, a in ab.items()]
+    else:
+        lines.append("Not run: no `--baseline BIN` given.")
+    lines += ["", "### Stages on one core", "",
+              "Reading: `strix in.b out.xml`, which reads and checks the whole input and ends "
+              "with status 7. Formatting: the one-core conversion to the plain form less "
+              "reading and writing (the {fmt} floor on the same doubles, for comparison). "
+              "Compressing: the zstd or ISA-L library alone, one thread, level 3, on the plain "
+              "output. Writing: `cp` of the plain output to a new file.", "",
+              "| form | reading s | formatting s | compressing s | writing s | {fmt} floor s |",
+              "|---|---|---|---|---|---|"]
+    for form in SCALING_FORMS:
+        p = plain(form)
+        floor = f"{fmt_floor[p]:.3f}" if p in fmt_floor and p == form else ""
+        comp = f"{compress[form]:.3f}" if form in compress else "—"
+        rd, fm = ("—", "—") if form == ".b" else (f"{read:.3f}", f"{fmt[p]:.3f}")
+        lines.append(f"| {form} | {rd} | {fm} | {comp} | {write[p]:.3f} | {floor} |")
+    lines += ["", "### Projection to more cores", "",
+              "A conversion reads the whole input on one thread, then formats, compresses and "
+              "writes as a pipeline: formatting and compressing spread over the P cores, while "
+              "one thread hands the pieces to the file. So wall(P) ≈ read + max((format + "
+              "compress + write) / P, write): the parallel work shares the P cores with the "
+              "writing thread's own, and that one thread bounds it from below (at P = 1 this "
+              "is the sum of the stages). The pipelines run the same stages and pass the JSON "
+              "once more through the pipe, charged as one more write of it: wall(P) ≈ read + "
+              "max((format + compress + 2 × write) / P, write). `.b` copies the input's bytes "
+              "as they come, without reading it as a solution: its model is the write alone.",
+              "",
+              "Each cell: seconds, then the largest term (reading, the parallel work, or "
+              "writing). At 1 and 2 cores, measured / projected.", "",
+              "| form | 1 core | 2 cores | " + " | ".join(f"{n} cores" for n in CORES[2:]) + " |",
+              "|---|---|---|" + "---|" * len(CORES[2:])]
+
+    def row(label, measured, pr):
+        cells = [f"{measured[str(n)]:.3f} / {pr[n][0]:.3f} {pr[n][1]}" for n in CORES[:2]]
+        cells += [f"{pr[n][0]:.3f} {pr[n][1]}" for n in CORES[2:]]
+        return f"| {label} | " + " | ".join(cells) + " |"
+
+    lines += [row(f, cores[f], proj[f]) for f in SCALING_FORMS]
+    # A "|" inside a table cell is escaped even within code.
+    lines += [row("`" + label.replace("|", "\\|") + "`", pp, pp["proj"])
+              for label, pp in pipes.items()]
+    data = {"cores": cores, "ab": ab, "proj": proj, "pipes": pipes}
+    return "\n".join(lines) + "\n", all(checks), data
+
+
+def scaling_chart(png, data):
+    """Two cores against one and the A/B as bars, the projection as lines."""
+    fig = plt.figure(figsize=(15, 10))
+    grid = fig.add_gridspec(2, 6)
+    forms = SCALING_FORMS
+
+    def bars(ax, values, pairs, colors, lines_at, title, xlabel):
+        ys = range(len(values))
+        lo = [v - min(p) for v, p in zip(values, pairs)]
+        hi = [max(p) - v for v, p in zip(values, pairs)]
+        ax.barh(ys, values, xerr=[lo, hi], color=colors, capsize=3)
+        for y, v in zip(ys, values):
+            ax.text(0.02, y, f"{v:.2f}", va="center", color="white", fontsize=9,
+                    fontweight="bold")
+        for x, color, label in lines_at:
+            ax.axvline(x, color=color, linestyle="--", linewidth=1.2, label=label)
+        ax.set_yticks(list(ys))
+        ax.set_yticklabels(forms[:len(values)])
+        ax.invert_yaxis()
+        ax.set_title(title, fontsize=10)
+        ax.set_xlabel(xlabel)
+        ax.grid(axis="x", alpha=0.3)
+        ax.legend(fontsize=8, loc="best")
+
+    # Blue: within target; red: over it; grey: no target.
+    c = data["cores"]
+    bars(fig.add_subplot(grid[0, :3]), [c[f]["ratio"] for f in forms],
+         [c[f]["pairs"] for f in forms],
+         ["grey" if f in UNSCALED else "C0" if c[f]["ratio"] <= 0.6 else "C3" for f in forms],
+         [(0.6, "red", "target 0.6"), (1.0, "grey", "no gain")],
+         "2 cores / 1 core (red: over target, grey: no target; whiskers: range of pairs)",
+         "wall time on 2 cores / on 1 core")
+    ax = fig.add_subplot(grid[0, 3:])
+    if data["ab"]:
+        ab = data["ab"]
+        bars(ax, [ab[f]["ratio"] for f in forms], [ab[f]["pairs"] for f in forms],
+             ["C0" if ab[f]["ok"] else "C3" for f in forms], [(1.0, "red", "baseline")],
+             "current / baseline on 1 core (red: slower than noise; whiskers: range of pairs)",
+             "wall time, current / baseline")
+    else:
+        ax.text(0.5, 0.5, "no baseline given", ha="center", va="center")
+        ax.set_axis_off()
+
+    groups = [("plain forms", [".json", ".txt", ".task", ".b"], []),
+              ("Zstandard", [".json.zst", ".task.zst"], [PIPELINES[0][0]]),
+              ("gzip", [".json.gz", ".txt.gz", ".task.gz"], [PIPELINES[1][0]])]
+    for k, (title, fs, ps) in enumerate(groups):
+        ax = fig.add_subplot(grid[1, 2 * k:2 * k + 2])
+        series = [(f, c[f], data["proj"][f], "-") for f in fs]
+        series += [(p, data["pipes"][p], data["pipes"][p]["proj"], ":") for p in ps]
+        for i, (label, measured, pr, style) in enumerate(series):
+            ax.plot(CORES, [pr[n][0] for n in CORES], style, color=f"C{i}", marker=".",
+                    label=label + " (projected)")
+            ax.plot(CORES[:2], [measured["1"], measured["2"]], "o", color=f"C{i}",
+                    markerfacecolor="none", markersize=9)
+        ax.plot([], [], "o", color="grey", markerfacecolor="none", label="measured")
+        ax.set_xscale("log", base=2)
+        ax.set_yscale("log")
+        ax.set_xticks(CORES)
+        ax.set_xticklabels([str(n) for n in CORES])
+        ax.yaxis.set_major_formatter(matplotlib.ticker.FormatStrFormatter("%.3g"))
+        ax.yaxis.set_minor_formatter(matplotlib.ticker.FormatStrFormatter("%.3g"))
+        ax.tick_params(axis="y", which="minor", labelsize=7)
+        ax.set_xlabel("cores")
+        ax.set_ylabel("wall s (log)")
+        ax.set_title(f"projection: {title}", fontsize=10)
+        ax.grid(alpha=0.3, which="both")
+        ax.legend(fontsize=7)
+    fig.suptitle("strix on more cores: measured on 1 and 2, projected from one-core stage times")
+    fig.tight_layout()
+    fig.savefig(png, dpi=100)
+    plt.close(fig)
+
+
+SECTIONS = ("ratios", "scaling")
+
+
+def write_report(path, sections):
+    """Writes each section between its marks, in place of its earlier version;
+    what lies outside the marks (notes added by hand) stays. A file without
+    marks is replaced by a run of every section, and added to by a run of one."""
+    text = ""
+    if os.path.exists(path):
+        with open(path) as f:
+            text = f.read()
+    if len(sections) == len(SECTIONS) and "<!-- bench:" not in text:
+        text = ""
+    for i, name in enumerate(SECTIONS):
+        if name not in sections:
+            continue
+        begin, end = f"<!-- bench:{name} -->\n", f"<!-- /bench:{name} -->\n"
+        block = begin + sections[name].rstrip("\n") + "\n" + end
+        if begin in text and end in text:
+            text = text[:text.index(begin)] + block + text[text.index(end) + len(end):]
+            continue
+        before = [f"<!-- /bench:{n} -->\n" for n in SECTIONS[:i]]
+        after = [f"<!-- bench:{n} -->\n" for n in SECTIONS[i + 1:]]
+        before = [m for m in before if m in text]
+        after = [m for m in after if m in text]
+        if before:
+            at = text.index(before[-1]) + len(before[-1])
+        elif after:
+            at = text.index(after[0])
+        else:
+            at = len(text)
+        head, tail = text[:at], text[at:]
+        text = head + ("\n" if head else "") + block + ("\n" if tail else "") + tail
+    with open(path, "w") as f:
+        f.write(text)
 
 
 def main():
+    started = time.perf_counter()
     p = argparse.ArgumentParser(description="strix conversion benchmark")
-    p.add_argument("--numvar", type=int, default=2_000_000)
-    p.add_argument("--numcon", type=int, default=1_000_000)
+    which = p.add_mutually_exclusive_group()
+    which.add_argument("--ratios", action="store_true",
+                       help="run only the ratio sections (the default runs everything)")
+    which.add_argument("--scaling", action="store_true", help="run only the scaling section")
+    p.add_argument("--numvar", type=int,
+                   help="variables of the generated files (default: 2,000,000 for the ratios, "
+                   "1,000,000 for scaling)")
+    p.add_argument("--numcon", type=int,
+                   help="constraints (default: 1,000,000 for the ratios, 500,000 for scaling)")
     p.add_argument("--runs", type=int, default=5)
+    p.add_argument("--baseline", metavar="BIN",
+                   help="another strix executable to take turns with on one core (scaling)")
     p.add_argument("--build", default=os.path.join(ROOT, "build-bench"))
-    p.add_argument("--report", help="also write the results (markdown) to this file")
+    p.add_argument("--report", help="also write the results (markdown) to this file, and the "
+                   "charts beside it")
     args = p.parse_args()
+    if args.baseline and not os.access(args.baseline, os.X_OK):
+        p.error(f"--baseline {args.baseline}: not an executable")
+    # The thread counts are the machine's and the tools' own: settings from
+    # the environment would cap them.
+    for var in ("STRIX_THREADS", "ZSTD_NBTHREADS", "ZSTD_CLEVEL"):
+        if os.environ.pop(var, None) is not None:
+            print(f"note: {var} ignored for the benchmark", file=sys.stderr)
 
-    strix, floors = build(args.build)
+    strix, floors = build(args.build, python=not args.scaling)
+    stem = os.path.splitext(args.report)[0] if args.report else None
     work = tempfile.mkdtemp(prefix="strix-bench-")
+    sections, ok = {}, True
     try:
-        n, m = args.numvar, args.numcon
-        vectors_mb = (8 * 4 * (n + m) + n + m) / (1 << 20)
-        report = [f"## strix benchmark, {datetime.date.today()}", "", f"Machine: {machine()}",
-                  "", f"{n} variables, {m} constraints, {args.runs} runs each (medians).", ""]
-        ok = True
-        for label, round_values in (("17-digit values", False), ("small round values", True)):
-            path = os.path.join(work, "round.b" if round_values else "real.b")
+        if not args.scaling:
+            n, m = args.numvar or 2_000_000, args.numcon or 1_000_000
+            vectors_mb = (8 * 4 * (n + m) + n + m) / (1 << 20)
+            report = [f"## strix benchmark, {datetime.date.today()}", "",
+                      f"Machine: {machine()}", "",
+                      f"{n} variables, {m} constraints, {args.runs} runs each (medians).", ""]
+            if stem:
+                report += [f"![Every checked ratio as measured / target, per file]"
+                           f"({os.path.basename(stem)}.png)", ""]
+            files = []
+            for label, round_values in (("17-digit values", False), ("small round values", True)):
+                path = os.path.join(work, "round.b" if round_values else "real.b")
+                with open(path, "wb") as f:
+                    f.write(large(n, m, round_values).to_bytes())
+                text, checks = bench_file(label, path, vectors_mb, 4 * (n + m), strix, floors,
+                                          args.build, work, args.runs)
+                ok &= all(c[3] == "ok" for c in checks)
+                files.append((label, checks))
+                report.append(text)
+                print(text, flush=True)
+                os.remove(path)
+            sections["ratios"] = "\n".join(report)
+            if stem:
+                ratio_chart(stem + ".png", files)
+        if not args.ratios:
+            n, m = args.numvar or 1_000_000, args.numcon or 500_000
+            path = os.path.join(work, "scale-in.b")
             with open(path, "wb") as f:
-                f.write(large(n, m, round_values).to_bytes())
-            text, good = bench_file(label, path, vectors_mb, 4 * (n + m), strix, floors,
-                                    args.build, work, args.runs)
+                f.write(large(n, m).to_bytes())
+            text, good, data = scaling(path, n, m, strix, floors, args.baseline, work, args.runs)
             ok &= good
-            report.append(text)
-            print(text, flush=True)
+            head = [f"## Scaling with cores, {datetime.date.today()}", "", f"Machine: {machine()}",
+                    ""]
+            if stem:
+                head += [f"![Two cores against one, the baseline, and the projection]"
+                         f"({os.path.basename(stem)}-scaling.png)", ""]
+                scaling_chart(stem + "-scaling.png", data)
+            sections["scaling"] = "\n".join(head) + "\n" + text
+            print(sections["scaling"], flush=True)
         if args.report:
-            with open(args.report, "w") as f:
-                f.write("\n".join(report))
+            write_report(args.report, sections)
         print("all ratios within target" if ok else "some ratios over target")
+        print(f"benchmark took {time.perf_counter() - started:.0f} s")
     finally:
         shutil.rmtree(work, ignore_errors=True)
 

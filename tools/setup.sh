@@ -11,6 +11,7 @@ packages=(
   zstd gzip tar time                       # independent tools the end-to-end tests check with
   isal                                     # igzip, the benchmark's gzip reference
   python3 python3-jsonschema               # solution file builder, JSON schema validation
+  python3-matplotlib                       # the benchmark's charts
   clang-14 libclang-rt-14-dev              # libFuzzer targets
   clang-format git                         # the formatting check
 )
