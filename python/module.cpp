@@ -18,6 +18,7 @@
 #include "strix/convert.h"
 #include "strix/errors.h"
 #include "strix/solution.h"
+#include "strix/status.h"
 #include "strix/streams.h"
 
 namespace py = pybind11;

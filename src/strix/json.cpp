@@ -12,8 +12,8 @@
 #include "strix/limits.h"
 #include "strix/numbers.h"  // format_shortest
 #include "strix/outbuffer.h"
-#include "strix/report.h"  // status_key_name
 #include "strix/solution.h"
+#include "strix/status.h"   // status_key_name
 #include "strix/writers.h"  // write_json
 
 namespace strix {
