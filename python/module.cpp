@@ -74,7 +74,7 @@ struct Item {
 };
 
 // A source that Python reads: a binary file object, pulled through its
-// readinto() (or read()) with the interpreter lock held for each call only.
+// read() with the interpreter lock held for each call only.
 class PythonFileReader : public strix::Reader {
  public:
   explicit PythonFileReader(py::object file) : file_(std::move(file)) {}
@@ -94,10 +94,6 @@ class PythonFileReader : public strix::Reader {
       count += take;
     }
     return count;
-  }
-  int getc() override {
-    unsigned char byte;
-    return read(&byte, 1) == 1 ? byte : -1;
   }
 
  private:

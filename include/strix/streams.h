@@ -9,13 +9,12 @@
 
 namespace strix {
 
-// Pull interface over a byte source.
+// Pull interface over a byte source: an implementer gives read(), and may
+// give remaining_bound().
 class Reader {
  public:
   // Stores up to n bytes at dst; fewer than n only at the end of the data.
   virtual std::uint64_t read(void* dst, std::uint64_t n) = 0;
-  // The next byte, or -1 at the end of the data.
-  virtual int getc() = 0;
   // At most how many more bytes read() can deliver, or kUnknownRemaining.
   // Only a sizing hint: nothing relies on the data being there.
   static constexpr std::uint64_t kUnknownRemaining = ~std::uint64_t{0};
@@ -28,7 +27,6 @@ class FDescReader : public Reader {
  public:
   explicit FDescReader(std::FILE* file) : file_(file) {}
   std::uint64_t read(void* dst, std::uint64_t n) override;
-  int getc() override;
   // Known for a regular file (also one given as standard input).
   std::uint64_t remaining_bound() override;
 
@@ -52,7 +50,6 @@ class MemoryReader : public Reader {
   MemoryReader(const void* data, std::size_t size)
       : data_(static_cast<const unsigned char*>(data)), size_(size) {}
   std::uint64_t read(void* dst, std::uint64_t n) override;
-  int getc() override { return pos_ < size_ ? data_[pos_++] : -1; }
   std::uint64_t remaining_bound() override { return size_ - pos_; }
 
  private:
@@ -69,9 +66,6 @@ class Reader : public strix::Reader {
   explicit Reader(strix::Reader* inner);
   ~Reader() override;
   std::uint64_t read(void* dst, std::uint64_t n) override;
-  // Returns the byte as a signed 8-bit value: 0x80..0xFF come back as
-  // -128..-1, so 0xFF cannot be told from the end of data.
-  int getc() override;
 
   Reader(const Reader&) = delete;
   Reader& operator=(const Reader&) = delete;

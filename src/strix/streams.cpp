@@ -18,10 +18,6 @@ std::uint64_t FDescReader::read(void* dst, std::uint64_t n) {
   return std::fread(dst, 1, n, file_);
 }
 
-int FDescReader::getc() {
-  return std::fgetc(file_);
-}
-
 std::uint64_t FDescReader::remaining_bound() {
   struct stat st;
   if (fstat(fileno(file_), &st) != 0 || !S_ISREG(st.st_mode)) return kUnknownRemaining;
@@ -106,12 +102,6 @@ std::uint64_t Reader::read(void* dst, std::uint64_t n) {
     read_pos_ += k;
   } while (count < n);
   return count;
-}
-
-int Reader::getc() {
-  refill();
-  if (read_pos_ == decoder_->out_desc.pos) return -1;
-  return static_cast<signed char>(decoder_->out[read_pos_++]);
 }
 
 }  // namespace zstd
