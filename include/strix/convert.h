@@ -9,8 +9,6 @@
 
 namespace strix {
 
-struct Solution;
-
 // How a conversion ended without an exception: status 0 when done, or the
 // command's status for a fault in the names, with the line the command
 // prints for it: 2 for a compression the input (".gz") or output cannot
@@ -57,10 +55,5 @@ class Conversion {
 // run() and close() in one call. When the conversion fails, the outputs are
 // still finished and closed, and the conversion's failure is thrown.
 Outcome convert(std::string_view in_name, std::string_view out_name);
-
-// Reads the solution file a conversion from `in_name` would read: standard
-// input for "-.b" and "-.b.zst", Zstandard for a ".zst" name. A ".gz" name
-// is refused with std::invalid_argument carrying the command's message.
-std::unique_ptr<Solution> read_solution_file(std::string_view in_name);
 
 }  // namespace strix

@@ -3,6 +3,7 @@
 
 #include <array>        // std::array
 #include <cstdint>      // fixed-width integers
+#include <filesystem>   // std::filesystem::path
 #include <limits>       // quiet NaN
 #include <list>         // std::list
 #include <memory>       // std::unique_ptr
@@ -75,9 +76,15 @@ struct Solution {
   Solution& operator=(const Solution&) = delete;
 };
 
-// Reads a whole solution file. Throws IncompatibleFileError, FormatError or
-// InconsistentSolution (errors.h) on a bad file; the reader's own failures
-// pass through.
+// Reads a whole solution file from a reader (streams.h). Throws
+// IncompatibleFileError, FormatError or InconsistentSolution (errors.h) on a
+// bad file; the reader's own failures pass through.
 std::unique_ptr<Solution> read_solution(Reader& reader);
+
+// Reads the solution file at `path`, Zstandard-compressed when the name ends
+// in ".zst", plain otherwise. A path is only a path: "-.b" is a file of that
+// name (standard input is read_solution over an FDescReader of stdin). The
+// errors above, and IOError and zstd::CompressionError, name the file.
+std::unique_ptr<Solution> read_solution_file(const std::filesystem::path& path);
 
 }  // namespace strix

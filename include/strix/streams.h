@@ -2,10 +2,11 @@
 // and its file, standard-input, memory and Zstandard implementations.
 #pragma once
 
-#include <cstddef>  // std::size_t
-#include <cstdint>  // std::uint64_t
-#include <cstdio>   // std::FILE
-#include <memory>   // std::unique_ptr
+#include <cstddef>     // std::size_t
+#include <cstdint>     // std::uint64_t
+#include <cstdio>      // std::FILE
+#include <filesystem>  // std::filesystem::path
+#include <memory>      // std::unique_ptr
 
 namespace strix {
 
@@ -41,7 +42,13 @@ class FDescReader : public Reader {
 class FileReader : public FDescReader {
  public:
   explicit FileReader(std::FILE* file) : FDescReader(file) {}
+  // Opens `path` for reading through a large buffer of its own; throws
+  // IOError naming the path when it cannot be opened or is a folder.
+  explicit FileReader(const std::filesystem::path& path);
   ~FileReader() override;
+
+ private:
+  char* buffer_ = nullptr;
 };
 
 // Reads bytes in memory that the caller keeps alive.
