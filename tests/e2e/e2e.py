@@ -4,6 +4,7 @@
 # tools (zstd, gzip, zlib, GNU tar, tarfile, json, jsonschema). `e2e.py GROUP`
 # runs one group of cases.
 
+import errno
 import json
 import math
 import os
@@ -180,9 +181,11 @@ class Case(unittest.TestCase):
         with open(os.path.join(self.dir, name), "rb") as f:
             return f.read()
 
-    def strix(self, *args, stdin=b"", **kw):  # (status, standard error, standard output)
+    # (status, standard error, standard output); stdin is bytes or a file.
+    def strix(self, *args, stdin=b"", **kw):
         kw = dict(stdout=subprocess.PIPE, stderr=subprocess.PIPE, preexec_fn=LIMIT) | kw
-        p = subprocess.run([STRIX, *args], input=stdin, cwd=self.dir, timeout=120, **kw)
+        kw |= dict(input=stdin) if isinstance(stdin, bytes) else dict(stdin=stdin)
+        p = subprocess.run([STRIX, *args], cwd=self.dir, timeout=120, **kw)
         return p.returncode, p.stderr.decode("latin-1"), p.stdout
 
     # Converts `source` (a name, or bytes, sections or a SolutionFile written
@@ -250,6 +253,24 @@ class Driver(Case):
             self.write(name, data)
         for name, want in [*files.items()][:5] + [("-.zst", b"file -.zst"), ("-.b", b"stdin")]:
             self.assertEqual(self.run_ok(name, "out.b", stdin=b"stdin"), want)
+        # A folder reads as an empty file, as it always has.
+        os.mkdir(os.path.join(self.dir, "folder"))
+        self.assertEqual(self.run_ok("folder", "out.b"), b"")
+
+    # An output naming the input file, under any name, is refused before it
+    # is created: the file keeps its bytes, the end is that of a missing input.
+    def test_same_file_refused(self):
+        self.write("x.b", BLOB)
+        self.write("x.b.zst", self.tool("zstd", "-q", "-c", stdin=BLOB))
+        os.link(os.path.join(self.dir, "x.b"), os.path.join(self.dir, "hard.b"))
+        os.symlink("x.b", os.path.join(self.dir, "sym.b"))
+        for args in (("x.b", "x.b"), ("x.b", "./x.b"), ("x.b", "hard.b"), ("sym.b", "x.b"),
+                     ("x.b", "sym.b"), ("x.b.zst", "x.b.zst"), ("-.b", "x.b"),
+                     ("-.b.zst", "x.b.zst")):
+            with open(os.path.join(self.dir, args[1]), "rb") as f:  # standard input for "-"
+                got = self.strix(*args, stdin=f)
+            self.assertEqual((got, self.read("x.b"), self.tool(*UNPACK[".zst"], "x.b.zst")),
+                             ((ABORT, UNKNOWN, b""), BLOB, BLOB), args)
 
     def test_zstd_input(self):
         z = lambda data: self.tool("zstd", "-q", "-c", "-19", stdin=data)  # noqa: E731
