@@ -43,8 +43,9 @@ std::vector<const strix::Array<double>*> vectors(const strix::Solution& s) {
   return out;
 }
 
-// Formats into a buffer that is emptied whenever it passes 64 KiB, as the
-// writers do, so the floor has the same cache behaviour.
+// Formats into a buffer that is emptied whenever it passes 64 KiB. The
+// writers hand on 256 KiB pieces (kOutputPiece) now, so this floor is not
+// measured with quite their cache behaviour.
 template <typename Format>
 double format_all(const strix::Solution& s, Format format) {
   fmt::memory_buffer buf;

@@ -1,10 +1,10 @@
 // Arbitrary bytes through the record-stream primitives: section headers,
 // length prefixes in every form, and arrays of every element type.
-#include <cstdint>           // std::uint8_t
-#include <string>            // std::string
-#include "strix/solution.h"  // Array
+#include <cstdint>  // std::uint8_t
+#include <string>   // std::string
 
 #include "fuzz_util.h"
+#include "strix/array.h"
 #include "strix/record.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -37,7 +37,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         strix::read_f64_array(in, f64, 1 << 30);
         break;
     }
-    if (h.name.empty() && h.format.empty() && in.getc() == -1) break;
+    if (h.name.empty() && h.format.empty() && in.remaining_bound() == 0) break;
   }
   return 0;
 }

@@ -2,15 +2,17 @@
 // into NumPy views of the reader's own arrays, and the command's conversion.
 // Logic stays in the library; this converts types and maps errors.
 #include <algorithm>    // std::min
+#include <cerrno>       // errno
 #include <cstdint>      // fixed-width integers
+#include <cstdio>       // stdin
 #include <cstring>      // std::memcpy
+#include <filesystem>   // std::filesystem::path
 #include <memory>       // std::shared_ptr
 #include <stdexcept>    // std::invalid_argument
 #include <string>       // std::string
 #include <string_view>  // std::string_view
 #include <utility>      // std::pair
 
-#include <fmt/format.h>  // fmt::format_error
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
@@ -18,6 +20,7 @@
 #include "strix/convert.h"
 #include "strix/errors.h"
 #include "strix/solution.h"
+#include "strix/status.h"
 #include "strix/streams.h"
 
 namespace py = pybind11;
@@ -73,7 +76,7 @@ struct Item {
 };
 
 // A source that Python reads: a binary file object, pulled through its
-// readinto() (or read()) with the interpreter lock held for each call only.
+// read() with the interpreter lock held for each call only.
 class PythonFileReader : public strix::Reader {
  public:
   explicit PythonFileReader(py::object file) : file_(std::move(file)) {}
@@ -94,37 +97,34 @@ class PythonFileReader : public strix::Reader {
     }
     return count;
   }
-  int getc() override {
-    unsigned char byte;
-    return read(&byte, 1) == 1 ? byte : -1;
-  }
 
  private:
   py::object file_;
 };
 
-// An input that cannot be opened is an OSError naming the file, as open()
-// would raise it.
-template <typename Call>
-auto naming_input(const py::object& name, Call call) {
-  try {
-    return call();
-  } catch (const strix::IOError& e) {
-    if (e.code == 0) throw;
-    errno = e.code;
-    PyErr_SetFromErrnoWithFilenameObject(PyExc_OSError, name.ptr());
-    throw py::error_already_set();
-  }
+// A file that cannot be opened, created or written is the OSError subclass
+// of its errno naming the file, as open() would raise it.
+void raise_os_error(const strix::IOError& e) {
+  if (e.code == 0) return PyErr_SetString(PyExc_OSError, e.what());
+  const py::object name = py::reinterpret_steal<py::object>(
+      PyUnicode_DecodeFSDefaultAndSize(e.path().data(), static_cast<py::ssize_t>(e.path().size())));
+  errno = e.code;
+  PyErr_SetFromErrnoWithFilenameObject(PyExc_OSError, name.ptr());
 }
 
 Shared read(py::object source) {
   const py::module_ os = py::module_::import("os");
   if (py::isinstance<py::str>(source) || py::isinstance(source, os.attr("PathLike"))) {
     const std::string name = os.attr("fsencode")(source).cast<std::string>();
-    return naming_input(source, [&] {
-      py::gil_scoped_release released;
-      return strix::read_solution_file(name);
-    });
+    if (std::filesystem::path(name).extension() == ".gz") {
+      throw std::invalid_argument("Compression type '\".gz\"' not supported for input");
+    }
+    py::gil_scoped_release released;
+    if (name != "-.b" && name != "-.b.zst") return strix::read_solution_file(name);
+    strix::FDescReader in(stdin);  // the command's names for standard input
+    if (name == "-.b") return strix::read_solution(in);
+    strix::zstd::Reader decompressor(&in);
+    return strix::read_solution(decompressor);
   }
   if (PyObject_CheckBuffer(source.ptr())) {
     // Held contiguous and unresizable until the end of the read.
@@ -147,20 +147,11 @@ void convert(py::object infile, py::object outfile) {
   const py::module_ os = py::module_::import("os");
   const std::string in = os.attr("fsencode")(infile).cast<std::string>();
   const std::string out = os.attr("fsencode")(outfile).cast<std::string>();
-  const strix::Outcome outcome = naming_input(infile, [&] {
+  const strix::Outcome outcome = [&] {
     py::gil_scoped_release released;
     return strix::convert(in, out);
-  });
+  }();
   if (outcome.status != 0) throw std::invalid_argument(outcome.message);
-}
-
-// The command's text for the reader's errors: what it prints at once and
-// after the outputs are closed, one line each.
-std::string command_text(std::exception_ptr failure) {
-  const strix::FailureLines lines = strix::failure_lines(failure);
-  if (lines.at_once.empty()) return lines.after;
-  if (lines.after.empty()) return lines.at_once;
-  return lines.at_once + "\n" + lines.after;
 }
 
 }  // namespace
@@ -178,20 +169,21 @@ PYBIND11_MODULE(_strix, m) {
   py::register_exception_translator([](std::exception_ptr p) {
     try {
       std::rethrow_exception(p);
-    } catch (const strix::FormatError&) {
-      format_error(command_text(p).c_str());
-    } catch (const strix::IncompatibleFileError&) {
-      incompatible(command_text(p).c_str());
-    } catch (const strix::InconsistentSolution&) {
-      inconsistent(command_text(p).c_str());
-    } catch (const strix::zstd::CompressionError&) {
-      compression("corrupt Zstandard input");
-    } catch (const strix::IOError&) {
-      PyErr_SetString(PyExc_OSError, "the output's target took no bytes");
-    } catch (const strix::gzip::GZipError& e) {
-      error(("gzip compression failed with code " + std::to_string(e.code)).c_str());
-    } catch (const fmt::format_error& e) {
-      error((std::string("the text report cannot be formatted: ") + e.what()).c_str());
+    } catch (const strix::FormatError& e) {
+      format_error(e.what());
+    } catch (const strix::IncompatibleFileError& e) {
+      incompatible(e.what());
+    } catch (const strix::InconsistentSolution& e) {
+      inconsistent(e.what());
+    } catch (const strix::zstd::CompressionError& e) {
+      compression(e.what());
+    } catch (const strix::IOError& e) {
+      raise_os_error(e);
+    } catch (const strix::SameFileError& e) {
+      // As shutil.copyfile reports the same mistake; an OSError.
+      PyErr_SetString(py::module_::import("shutil").attr("SameFileError").ptr(), e.what());
+    } catch (const strix::Error& e) {
+      error(e.what());
     }
   });
 

@@ -7,7 +7,7 @@ packages=(
   g++ cmake make pkg-config               # toolchain
   libzstd-dev libisal-dev libfmt-dev       # libraries strix links
   pybind11-dev python3-dev python3-numpy   # the Python module
-  libgtest-dev libbenchmark-dev            # unit tests and benchmarks
+  libgtest-dev                             # unit tests
   zstd gzip tar time                       # independent tools the end-to-end tests check with
   isal                                     # igzip, the benchmark's gzip reference
   python3 python3-jsonschema               # solution file builder, JSON schema validation

@@ -62,7 +62,9 @@ int run_command(int argc, char** argv) {
       usage();
       return 1;
     }
-    Conversion conversion(argv[1], argv[2]);
+    // The command keeps its habit with uncompressed output files and folders
+    // (ConvertOptions): a library caller is told, a user of the command is not.
+    Conversion conversion(argv[1], argv[2], {.unchecked_files = true});
     Outcome outcome;
     try {
       outcome = conversion.run();

@@ -13,8 +13,8 @@
 #include "strix/limits.h"
 #include "strix/numbers.h"  // format_shortest
 #include "strix/outbuffer.h"
-#include "strix/report.h"  // status_key_name
 #include "strix/solution.h"
+#include "strix/status.h"   // status_key_name
 #include "strix/threads.h"  // machine_threads
 #include "strix/writers.h"  // write_json
 

@@ -4,8 +4,8 @@
 #include <bit>        // std::endian
 #include <cstring>    // std::memset
 
+#include "strix/array.h"
 #include "strix/limits.h"
-#include "strix/solution.h"
 #include "strix/streams.h"
 
 namespace strix {
@@ -17,10 +17,27 @@ static_assert(std::endian::native == std::endian::little, "strix needs a little-
 
 constexpr std::size_t kBlock = 4096;  // chunk data moves through one such block
 
+// Array length prefix: the first byte's top three bits count the further
+// bytes (big-endian continuation), its low five bits start the value. The
+// byte 0xE0 alone announces the chunked form instead.
+struct ArrayLength {
+  bool chunked;
+  std::uint64_t bytes;  // meaningful when not chunked
+};
+constexpr unsigned char kChunkedMark = 0xE0;
+
 unsigned char read_u8(Reader& in) {
   unsigned char b = 0;
   in.read(&b, 1);
   return b;
+}
+
+ArrayLength read_array_length(Reader& in) {
+  const unsigned char head = read_u8(in);
+  if (head == kChunkedMark) return {true, 0};
+  std::uint64_t bytes = head & 0x1F;
+  for (int extra = head >> 5; extra > 0; --extra) bytes = (bytes << 8) | read_u8(in);
+  return {false, bytes};
 }
 
 // Reads the chunks after the chunked mark, handing each piece to keep; a
@@ -88,14 +105,6 @@ SectionHeader read_section_header(Reader& in, HeaderScratch& scratch) {
   const std::uint64_t name_size = in.read(name, read_u8(in));
   const std::uint64_t format_size = in.read(format, read_u8(in));
   return {{name, name_size}, {format, format_size}};
-}
-
-ArrayLength read_array_length(Reader& in) {
-  const unsigned char head = read_u8(in);
-  if (head == kChunkedMark) return {true, 0};
-  std::uint64_t bytes = head & 0x1F;
-  for (int extra = head >> 5; extra > 0; --extra) bytes = (bytes << 8) | read_u8(in);
-  return {false, bytes};
 }
 
 void read_exact_or_zero(Reader& in, void* dst, std::size_t n) {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <array>        // std::array
+#include <cstddef>      // std::size_t
 #include <cstdint>      // fixed-width integers
 #include <string>       // std::string
 #include <string_view>  // std::string_view
@@ -28,16 +29,6 @@ struct SectionHeader {
 using HeaderScratch = std::array<char, 512>;
 
 SectionHeader read_section_header(Reader& in, HeaderScratch& scratch);
-
-// Array length prefix: the first byte's top three bits count the further
-// bytes (big-endian continuation), its low five bits start the value. The
-// byte 0xE0 alone announces the chunked form instead.
-struct ArrayLength {
-  bool chunked;
-  std::uint64_t bytes;  // meaningful when not chunked
-};
-inline constexpr unsigned char kChunkedMark = 0xE0;
-ArrayLength read_array_length(Reader& in);
 
 // Reads exactly n bytes where possible; missing bytes stay zero.
 void read_exact_or_zero(Reader& in, void* dst, std::size_t n);

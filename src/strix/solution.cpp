@@ -6,6 +6,7 @@
 
 #include "strix/errors.h"
 #include "strix/record.h"
+#include "strix/streams.h"
 
 namespace strix {
 
@@ -212,8 +213,11 @@ void SolutionFileReader::read_item(std::string_view s) {
 
 std::unique_ptr<Solution> SolutionFileReader::read() {
   Solution& sol = *sol_;
-  const auto mark = read_scalar<std::uint32_t>(in_);  // missing bytes read as zero
-  if (mark != kSolutionMark) throw IncompatibleFileError{kSourceFile, 1036, mark};
+  unsigned char head[4] = {};  // missing bytes read as zero
+  const std::uint64_t length = in_.read(head, sizeof head);
+  std::uint32_t mark;
+  std::memcpy(&mark, head, sizeof mark);
+  if (mark != kSolutionMark) throw IncompatibleFileError(kSourceFile, 1036, mark, length);
   require("NLOSOLN", "[B", 1041, "Expected section 'NLOSOLN'");
   {
     std::string discarded;
@@ -298,6 +302,18 @@ std::unique_ptr<Solution> SolutionFileReader::read() {
 
 std::unique_ptr<Solution> read_solution(Reader& reader) {
   return SolutionFileReader(reader).read();
+}
+
+std::unique_ptr<Solution> read_solution_file(const std::filesystem::path& path) {
+  try {
+    FileReader file(path);
+    if (path.extension() != ".zst") return read_solution(file);
+    zstd::Reader decompressor(&file);
+    return read_solution(decompressor);
+  } catch (Error& e) {
+    e.set_path(path.string());
+    throw;
+  }
 }
 
 }  // namespace strix

@@ -4,6 +4,7 @@
 # tools (zstd, gzip, zlib, GNU tar, tarfile, json, jsonschema). `e2e.py GROUP`
 # runs one group of cases.
 
+import errno
 import json
 import math
 import os
@@ -180,9 +181,11 @@ class Case(unittest.TestCase):
         with open(os.path.join(self.dir, name), "rb") as f:
             return f.read()
 
-    def strix(self, *args, stdin=b"", **kw):  # (status, standard error, standard output)
+    # (status, standard error, standard output); stdin is bytes or a file.
+    def strix(self, *args, stdin=b"", **kw):
         kw = dict(stdout=subprocess.PIPE, stderr=subprocess.PIPE, preexec_fn=LIMIT) | kw
-        p = subprocess.run([STRIX, *args], input=stdin, cwd=self.dir, timeout=120, **kw)
+        kw |= dict(input=stdin) if isinstance(stdin, bytes) else dict(stdin=stdin)
+        p = subprocess.run([STRIX, *args], cwd=self.dir, timeout=120, **kw)
         return p.returncode, p.stderr.decode("latin-1"), p.stdout
 
     # Converts `source` (a name, or bytes, sections or a SolutionFile written
@@ -250,6 +253,24 @@ class Driver(Case):
             self.write(name, data)
         for name, want in [*files.items()][:5] + [("-.zst", b"file -.zst"), ("-.b", b"stdin")]:
             self.assertEqual(self.run_ok(name, "out.b", stdin=b"stdin"), want)
+        # A folder reads as an empty file, as it always has.
+        os.mkdir(os.path.join(self.dir, "folder"))
+        self.assertEqual(self.run_ok("folder", "out.b"), b"")
+
+    # An output naming the input file, under any name, is refused before it
+    # is created: the file keeps its bytes, the end is that of a missing input.
+    def test_same_file_refused(self):
+        self.write("x.b", BLOB)
+        self.write("x.b.zst", self.tool("zstd", "-q", "-c", stdin=BLOB))
+        os.link(os.path.join(self.dir, "x.b"), os.path.join(self.dir, "hard.b"))
+        os.symlink("x.b", os.path.join(self.dir, "sym.b"))
+        for args in (("x.b", "x.b"), ("x.b", "./x.b"), ("x.b", "hard.b"), ("sym.b", "x.b"),
+                     ("x.b", "sym.b"), ("x.b.zst", "x.b.zst"), ("-.b", "x.b"),
+                     ("-.b.zst", "x.b.zst")):
+            with open(os.path.join(self.dir, args[1]), "rb") as f:  # standard input for "-"
+                got = self.strix(*args, stdin=f)
+            self.assertEqual((got, self.read("x.b"), self.tool(*UNPACK[".zst"], "x.b.zst")),
+                             ((ABORT, UNKNOWN, b""), BLOB, BLOB), args)
 
     def test_zstd_input(self):
         z = lambda data: self.tool("zstd", "-q", "-c", "-19", stdin=data)  # noqa: E731
@@ -639,7 +660,10 @@ def readme_blocks():
 class Package(Case):
     # The README's examples against an installed copy: the C++ one built as
     # a consumer of the CMake package, the Python one with the installed
-    # module; each prints the README's output block that follows it.
+    # module; each prints the README's output block that follows it, and the
+    # C++ one what() of a failure. Only the public headers are installed,
+    # each compiles alone without warnings and names no library strix links,
+    # and version.h says the package's version.
     def test_readme_examples_installed(self):
         blocks = readme_blocks()
         after = lambda lang: next(blocks[i:i + 2] for i, (l, _) in enumerate(blocks)  # noqa: E731
@@ -656,14 +680,37 @@ class Package(Case):
                          self.run_ok(EXAMPLE, "-.json"))
         (_, code), (_, printed) = after("cpp")
         os.makedirs(app)
+        include = os.path.join(prefix_dir, "include", "strix")
+        headers = sorted(os.listdir(include))
+        self.assertEqual(headers, ["array.h", "compress.h", "convert.h", "errors.h", "solution.h",
+                                   "status.h", "streams.h", "version.h", "writers.h"])
+        for h in headers:
+            with open(os.path.join(include, h)) as f:
+                self.assertNotRegex(f.read(), r"#include <(zlib|zstd|isa-l|fmt)", h)
+            with open(os.path.join(app, f"h_{h[:-2]}.cpp"), "w") as f:
+                f.write(f"#include <strix/{h}>\n")
+        with open(os.path.join(prefix_dir, "lib", "cmake", "strix", "strixConfigVersion.cmake")) as f:
+            version = re.search(r'set\(PACKAGE_VERSION "(\d+)\.(\d+)\.(\d+)"\)', f.read()).groups()
+        with open(os.path.join(app, "h_version_numbers.cpp"), "w") as f:
+            f.write('#include <string_view>\n#include <strix/version.h>\nstatic_assert(std::string_view('
+                    'STRIX_VERSION) == "%s.%s.%s" && STRIX_VERSION_MAJOR == %s && STRIX_VERSION_MINOR == '
+                    '%s && STRIX_VERSION_PATCH == %s);\n' % (version * 2))
         with open(os.path.join(app, "CMakeLists.txt"), "w") as f:
             f.write("cmake_minimum_required(VERSION 3.25)\nproject(app CXX)\n" +
-                    next(text for lang, text in blocks if lang == "cmake"))
+                    next(text for lang, text in blocks if lang == "cmake") +
+                    "file(GLOB units h_*.cpp)\nadd_library(headers OBJECT ${units})\n"
+                    "target_compile_options(headers PRIVATE -Wall -Wextra -Wpedantic -Werror)\n"
+                    "target_link_libraries(headers PRIVATE strix::strix)\n")
         with open(os.path.join(app, "app.cpp"), "w") as f:
             f.write(code)
         self.tool("cmake", "-S", app, "-B", app + "/build", "-DCMAKE_PREFIX_PATH=" + prefix_dir)
-        self.tool("cmake", "--build", app + "/build")
+        self.tool("cmake", "--build", app + "/build", "-j2")
         self.assertEqual(self.tool(app + "/build/app", EXAMPLE).decode(), printed)
+        self.write("x.json", b'{"$schema" : 1}')
+        for name, said in (("x.json", "x.json: not a solution file (it starts with bytes 7b 22 24 73)"),
+                           ("no.b", "no.b: cannot open: No such file or directory")):
+            p = subprocess.run([app + "/build/app", name], cwd=self.dir, capture_output=True)
+            self.assertEqual((p.returncode, p.stderr.decode(), p.stdout), (1, said + "\n", b""))
 
     # Every array, count, status and information item read in Python equals
     # the JSON document the command writes for the same file.
@@ -700,9 +747,12 @@ class Package(Case):
                               for g in ("int32", "int64", "double")])
             self.assertEqual([got.var_names, got.barvar_pattern.tolist()], [sf.names["var"], [3, 1]])
 
-    # Each form converted in Python is the command's output byte for byte;
-    # a failure raises what the command prints, and the next call works.
+    # Each form converted in Python is the command's output byte for byte. A
+    # failure raises an exception saying what failed in words (the reader's
+    # checks in the command's own words) and naming the file, or the OSError
+    # of the file that cannot be used; the next call works.
     def test_convert_and_failures(self):
+        import shutil
         import strix
         self.write("noisy.b", noisy(3000))
         for form in (".json", ".jtask", ".task", ".txt", ".b"):
@@ -710,32 +760,58 @@ class Package(Case):
                 self.strix("noisy.b", "cmd" + form + z)
                 strix.convert(os.path.join(self.dir, "noisy.b"), os.path.join(self.dir, "py" + form + z))
                 self.assertEqual(self.read("py" + form + z), self.read("cmd" + form + z), form + z)
+        path = lambda name: os.path.join(self.dir, name)  # noqa: E731
         base = full_file(kinds=("integer",)).sections()
+        self.write("x.json", b'{"$schema" : 1}')
         self.write("bars.b", full_file())
         self.write("bad.b.zst", self.tool("zstd", "-c", EXAMPLE)[:-9] + b"Z" * 9)
-        os.symlink("/dev/full", os.path.join(self.dir, "full.json.zst"))
-        for source, out, error in (
-                (b"ABCD", "o.xml", strix.IncompatibleFileError),
-                (replace(base, "numvar", "L"), "o.xml", strix.FormatError),
-                (full_file(solutions=[full_item(xx=[1])]), "o.xml", strix.InconsistentSolution),
-                ("bars.b", "o.txt", strix.Error), ("bad.b.zst", "o.b", strix.CompressionError),
-                (EXAMPLE, "o.xml", ValueError), ("in.b.gz", "o.b", ValueError),
-                ("missing.b", "o.b", OSError), ("noisy.b", "full.json.zst", OSError)):
-            if not isinstance(source, str):
-                self.write("in.b", source)
-                source = "in.b"
-            _, err, _ = self.strix(source, out)
-            path = lambda name: os.path.join(self.dir, name)  # noqa: E731
+        self.write("abcd.b", b"ABCD")
+        self.write("numvar.b", replace(base, "numvar", "L"))
+        self.write("xx.b", full_file(solutions=[full_item(xx=[1])]))
+        os.symlink("/dev/full", path("full.json.zst"))
+        os.symlink("/dev/full", path("full.b"))
+        os.mkdir(path("folder"))
+        os.symlink("noisy.b", path("same.b"))
+        # As root no mode bits refuse a file; sysfs refuses to create one.
+        os.chmod(path("folder"), 0o500)
+        denied = "/sys/strix.b" if os.geteuid() == 0 else os.path.join(path("folder"), "x.b")
+        bad_file = "{in}: not a solution file (it starts with bytes "
+        failures = [  # (input, output, exception, its words, or (errno, file) of an OSError)
+            ("x.json", "o.txt", strix.IncompatibleFileError, bad_file + "7b 22 24 73)"),
+            ("abcd.b", "o.xml", strix.IncompatibleFileError, bad_file + "41 42 43 44)"),
+            ("numvar.b", "o.xml", strix.FormatError,
+             "{in}: malformed solution file: Expected section 'numvar'"),
+            ("xx.b", "o.xml", strix.InconsistentSolution,
+             "{in}: an array's length disagrees with the problem sizes: sol/basic/var/primal"),
+            ("bad.b.zst", "o.b", strix.CompressionError,
+             "{in}: corrupt Zstandard input (Data corruption detected)"),
+            ("bars.b", "o.txt", strix.Error, "the text report cannot be written (argument not found)"),
+            (EXAMPLE, "o.xml", ValueError, "ERROR: Unknown output format '\".xml\"'"),
+            ("in.b.gz", "o.b", ValueError, "Compression type '\".gz\"' not supported for input"),
+            ("noisy.b", "same.b", shutil.SameFileError,
+             "input {in} and output {out} are the same file"),
+            ("missing.b", "o.b", FileNotFoundError, (errno.ENOENT, "missing.b")),
+            ("folder", "o.b", IsADirectoryError, (errno.EISDIR, "folder")),
+            ("noisy.b", "no/dir/o.b", FileNotFoundError, (errno.ENOENT, "no/dir/o.b")),
+            ("noisy.b", "folder", IsADirectoryError, (errno.EISDIR, "folder")),
+            ("noisy.b", denied, PermissionError, (errno.EACCES, denied)),
+            ("noisy.b", "full.b", OSError, (errno.ENOSPC, "full.b")),
+            ("noisy.b", "full.json.zst", OSError, (errno.ENOSPC, "full.json.zst"))]
+        for source, out, error, words in failures:
             with self.assertRaises(error) as caught:
                 strix.convert(path(source), path(out))
-            if error in (strix.IncompatibleFileError, strix.FormatError, strix.InconsistentSolution,
-                         ValueError):
-                self.assertEqual(str(caught.exception) + "\n", err)
-                if error is not ValueError:
-                    self.assertRaisesRegex(error, re.escape(str(caught.exception)), strix.read,
-                                           self.read(source))
+            got = caught.exception
+            if isinstance(words, tuple):
+                self.assertEqual((got.errno, got.filename), (words[0], path(words[1])))
+            else:
+                self.assertEqual(str(got), words.format(**{"in": path(source), "out": path(out)}))
+            if words[:4] == "{in}" and error is not strix.CompressionError:  # no name from bytes
+                self.assertRaisesRegex(error, "^" + re.escape(words[6:]) + "$", strix.read,
+                                       self.read(source))
             self.assertEqual(strix.read(EXAMPLE).numvar, 3)
-        strix.convert(EXAMPLE, os.path.join(self.dir, "no/dir/out.b"))  # silent, as the command
+        self.assertEqual([self.read("noisy.b"), os.listdir(path("folder"))],
+                         [noisy(3000).to_bytes(), []])
+        self.assertRaises(IsADirectoryError, strix.read, path("folder"))
 
 
 if __name__ == "__main__":

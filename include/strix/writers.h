@@ -13,8 +13,9 @@ namespace strix {
 struct Solution;
 
 // The one-line JSON document (no trailing newline). Non-finite values are
-// the bare tokens inf, -inf and nan, statuses and information item names
-// are written raw: a document holding such values is not strict JSON.
+// the bare tokens inf, -inf, nan and -nan (a NaN with its sign bit set),
+// statuses and information item names are written raw: a document holding
+// such values is not strict JSON.
 void write_json(std::ostream& out, const Solution& solution, unsigned threads = 0);
 
 // The task archive: a tar stream of text members and "NLOM" array members.

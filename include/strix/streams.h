@@ -2,20 +2,20 @@
 // and its file, standard-input, memory and Zstandard implementations.
 #pragma once
 
-#include <cstddef>  // std::size_t
-#include <cstdint>  // std::uint64_t
-#include <cstdio>   // std::FILE
-#include <memory>   // std::unique_ptr
+#include <cstddef>     // std::size_t
+#include <cstdint>     // std::uint64_t
+#include <cstdio>      // std::FILE
+#include <filesystem>  // std::filesystem::path
+#include <memory>      // std::unique_ptr
 
 namespace strix {
 
-// Pull interface over a byte source.
+// Pull interface over a byte source: an implementer gives read(), and may
+// give remaining_bound().
 class Reader {
  public:
   // Stores up to n bytes at dst; fewer than n only at the end of the data.
   virtual std::uint64_t read(void* dst, std::uint64_t n) = 0;
-  // The next byte, or -1 at the end of the data.
-  virtual int getc() = 0;
   // At most how many more bytes read() can deliver, or kUnknownRemaining.
   // Only a sizing hint: nothing relies on the data being there.
   static constexpr std::uint64_t kUnknownRemaining = ~std::uint64_t{0};
@@ -28,7 +28,6 @@ class FDescReader : public Reader {
  public:
   explicit FDescReader(std::FILE* file) : file_(file) {}
   std::uint64_t read(void* dst, std::uint64_t n) override;
-  int getc() override;
   // Known for a regular file (also one given as standard input).
   std::uint64_t remaining_bound() override;
 
@@ -43,7 +42,13 @@ class FDescReader : public Reader {
 class FileReader : public FDescReader {
  public:
   explicit FileReader(std::FILE* file) : FDescReader(file) {}
+  // Opens `path` for reading through a large buffer of its own; throws
+  // IOError naming the path when it cannot be opened or is a folder.
+  explicit FileReader(const std::filesystem::path& path);
   ~FileReader() override;
+
+ private:
+  char* buffer_ = nullptr;
 };
 
 // Reads bytes in memory that the caller keeps alive.
@@ -52,7 +57,6 @@ class MemoryReader : public Reader {
   MemoryReader(const void* data, std::size_t size)
       : data_(static_cast<const unsigned char*>(data)), size_(size) {}
   std::uint64_t read(void* dst, std::uint64_t n) override;
-  int getc() override { return pos_ < size_ ? data_[pos_++] : -1; }
   std::uint64_t remaining_bound() override { return size_ - pos_; }
 
  private:
@@ -69,9 +73,6 @@ class Reader : public strix::Reader {
   explicit Reader(strix::Reader* inner);
   ~Reader() override;
   std::uint64_t read(void* dst, std::uint64_t n) override;
-  // Returns the byte as a signed 8-bit value: 0x80..0xFF come back as
-  // -128..-1, so 0xFF cannot be told from the end of data.
-  int getc() override;
 
   Reader(const Reader&) = delete;
   Reader& operator=(const Reader&) = delete;

@@ -1,0 +1,128 @@
+// Exceptions of strix. Every one derives from Error, a std::runtime_error
+// whose what() says what failed and, where the caller named a file, which
+// one. The library prints nothing: failure_lines() gives the text the strix
+// command prints for a failure, built from the fields below, and the command
+// then ends by SIGABRT.
+#pragma once
+
+#include <cstddef>      // std::size_t
+#include <cstdint>      // fixed-width integers
+#include <exception>    // std::exception_ptr
+#include <stdexcept>    // std::runtime_error
+#include <string>       // std::string
+#include <string_view>  // std::string_view
+
+namespace strix {
+
+class Error : public std::runtime_error {
+ public:
+  explicit Error(const std::string& what) : std::runtime_error(what) {}
+  // The file the failure concerns as the caller named it; empty if unknown.
+  const std::string& path() const noexcept { return path_; }
+  // Names the file, once: what() then starts with "PATH: ".
+  void set_path(const std::string& path);
+
+ private:
+  std::string path_;
+};
+
+// Where a FormatError was raised, as the command prints it: the source name
+// every message carries and the number of the check that failed.
+struct SourceLocation {
+  const char* file;
+  std::int32_t line;
+};
+
+// Source name carried by every malformed-input message.
+inline constexpr const char* kSourceFile = "src\\strix\\strix";
+
+// A malformed section in a solution file; `message` is the failed check
+// ("Expected section 'NLOSOLN'").
+class FormatError : public Error {
+ public:
+  FormatError(std::string_view text, SourceLocation location);
+
+  std::string message;
+  const char* file = nullptr;
+  std::int32_t line = 0;
+};
+
+// The input does not start with the solution file mark; `mark` is the
+// 32-bit value it starts with instead (missing bytes read as zero), `length`
+// how many of its 4 bytes the input had.
+class IncompatibleFileError : public Error {
+ public:
+  IncompatibleFileError(const char* file, std::int32_t line, std::uint32_t mark,
+                        std::size_t length);
+
+  const char* file;
+  std::int32_t line;
+  std::uint32_t mark;
+};
+
+// An array's length disagrees with the problem sizes; `message` names the
+// section ("sol/basic/con/dual - y").
+class InconsistentSolution : public Error {
+ public:
+  explicit InconsistentSolution(std::string_view text);
+
+  std::string message;
+};
+
+// A file could not be opened, created, read or written. `code` is the
+// system's error number, 0 where none is known.
+//
+// What a failing output means, in one place: a compressing buffer whose
+// target takes no bytes throws IOError() and is closed, so that close()
+// then does nothing; the writers' output thread hands such a failure to the
+// writer at its next hand-over or flush. An uncompressed output file is
+// checked by the library's conversion and not by the command's
+// (ConvertOptions in convert.h).
+class IOError : public Error {
+ public:
+  IOError();
+  // "PATH: ACTION: the system's message".
+  IOError(int code, const std::string& path, std::string_view action);
+
+  int code = 0;
+};
+
+// The output names the input file (the same file under another name too):
+// nothing was written.
+class SameFileError : public Error {
+ public:
+  SameFileError(const std::string& in_path, const std::string& out_path);
+};
+
+namespace zstd {
+// The decompression library rejected the input, or the compression library
+// failed while writing an output.
+class CompressionError : public Error {
+ public:
+  CompressionError() : Error("Zstandard compression failed") {}
+  explicit CompressionError(const std::string& what) : Error(what) {}
+};
+}  // namespace zstd
+
+namespace gzip {
+// The deflate engine reported a failure; `code` is its return value.
+class GZipError : public Error {
+ public:
+  explicit GZipError(std::int32_t code);
+
+  std::int32_t code;
+};
+}  // namespace gzip
+
+// What the command prints for a failure, one line each, without line ends:
+// `at_once` while the outputs are still open (a malformed section's
+// description, the mark a file was refused for), `after` once they are
+// closed ("?:?: Unknown error" for anything but the reader's own errors).
+// Either may be empty.
+struct FailureLines {
+  std::string at_once;
+  std::string after;
+};
+FailureLines failure_lines(std::exception_ptr failure);
+
+}  // namespace strix
