@@ -74,8 +74,8 @@ class InconsistentSolution : public Error {
 //
 // What a failing output means, in one place: a compressing buffer whose
 // target takes no bytes throws IOError() and is closed, so that close()
-// then does nothing; the writers' output thread hands such a failure to the
-// writer at its next hand-over or flush. An uncompressed output file is
+// then does nothing; the writers' output buffer throws such a failure at
+// the writer and offers nothing more. An uncompressed output file is
 // checked by the library's conversion and not by the command's
 // (ConvertOptions in convert.h).
 class IOError : public Error {
