@@ -679,7 +679,8 @@ class Package(Case):
             self.assertEqual([got.info_i32, got.info_i64, got.info_f64],
                              [doc["Task/information"][g]
                               for g in ("int32", "int64", "double")])
-            self.assertEqual([got.var_names, got.barvar_pattern.tolist()], [sf.names["var"], [3, 1]])
+            self.assertEqual([got.var_names, got.barvar_pattern.tolist()],
+                             [[n.decode("latin-1") for n in sf.names["var"]], [3, 1]])
 
     # Each form converted in Python is the command's output byte for byte;
     # a failure raises what the command prints, and the next call works.
