@@ -136,7 +136,8 @@ class Python(Case):
     # A solution pickles to an equal one, in band and out of band, at about
     # the size of its arrays and names; equality sees a single changed bit.
     def test_pickles(self):
-        big = full_file(20000, names={"var": [b"v%d" % i for i in range(20000)]})
+        big = full_file(20000, names={"var": [b"v%d" % i for i in range(20000)],
+                                      "con": [b"c" * 300, b"d" * 70000]})
         for sf in FILES + [big]:
             got = self.load(sf)[0]
             size = (sum(getattr(i, a).nbytes for i in got.solutions.values() for a in ARRAYS) +
@@ -153,7 +154,8 @@ class Python(Case):
                     self.assertLessEqual(len(data) + sum(len(b.raw()) for b in buffers), 1.1 * size)
         for one, other in ((full_file(kinds=("basic",)), full_file(kinds=("integer",))),
                            (full_file(), full_file(numcone=4)),
-                           (full_file(solutions=[full_item(pobj=-1.5)]), full_file()),
+                           *[(full_file(solutions=[full_item(**{k: -1.5})]),
+                              full_file(solutions=[full_item()])) for k in ("pobj", "dobj")],
                            *[(full_file(solutions=[full_item(**{k: v})]),
                               full_file(solutions=[full_item(**{k: v[:-1] + [-0.0]})]))
                              for k, v in (("xx", [1, 0.0]), ("doty", [1, 2, 0.0]))]):
