@@ -176,7 +176,7 @@ class Python(Case):
         env = {k: v for k, v in os.environ.items() if k != "PYTHONPATH"} | dict(
             CMAKE_BUILD_PARALLEL_LEVEL="2", PIP_NO_INDEX="1", PIP_NO_CACHE_DIR="1")
         run = lambda *args, cwd=work: subprocess.run(  # noqa: E731
-            args, cwd=cwd, env=env, capture_output=True, text=True, check=True).stdout
+            args, cwd=cwd, env=env, capture_output=True, text=True, check=True, timeout=600).stdout
         os.makedirs(os.path.join(work, "runs"))
         os.symlink(os.path.dirname(EXAMPLE), os.path.join(work, "examples"))
         run("bash", "-ec", next(c for lang, c in blocks if lang == "sh" and "venv" in c), cwd=src)
