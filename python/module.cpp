@@ -1,18 +1,23 @@
 // The Python module's native part, strix._strix: reading a solution file
-// into NumPy views of the reader's own arrays, and the command's conversion.
-// Logic stays in the library; this converts types and maps errors.
-#include <algorithm>    // std::min
+// into NumPy views of the reader's own arrays, tables of them, pickling, and
+// the command's conversion. Logic stays in the library; this converts types
+// and maps errors.
+#include <algorithm>    // std::min, std::max
+#include <array>        // std::array
 #include <cerrno>       // errno
 #include <cstdint>      // fixed-width integers
 #include <cstdio>       // stdin
-#include <cstring>      // std::memcpy
+#include <cstring>      // std::memcpy, std::memcmp
 #include <filesystem>   // std::filesystem::path
 #include <memory>       // std::shared_ptr
 #include <stdexcept>    // std::invalid_argument
 #include <string>       // std::string
 #include <string_view>  // std::string_view
 #include <utility>      // std::pair
+#include <vector>       // std::vector
 
+#include <fmt/compile.h>  // FMT_COMPILE
+#include <fmt/format.h>   // fmt::format_to
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
@@ -34,27 +39,31 @@ using strix::SolutionItem;
 using Shared = std::shared_ptr<const Solution>;
 
 // A read-only NumPy view of an array, owning a reference to its solution.
+// An absent section is an empty array, read-only as every other.
 template <typename T>
 py::array view(const Shared& owner, const strix::Array<T>& values) {
-  if (values.empty()) return py::array_t<T>(0);
-  py::capsule base(new Shared(owner), [](void* p) { delete static_cast<Shared*>(p); });
-  py::array_t<T> array(static_cast<py::ssize_t>(values.size()), values.data(), base);
+  py::array array = py::array_t<T>(0);
+  if (!values.empty()) {
+    py::capsule base(new Shared(owner), [](void* p) { delete static_cast<Shared*>(p); });
+    array = py::array_t<T>(static_cast<py::ssize_t>(values.size()), values.data(), base);
+  }
   array.attr("setflags")(py::arg("write") = false);
   return array;
 }
 
-// Statuses and item names as text, byte for byte: each byte is one
-// character, so .encode("latin-1") gives the bytes back.
+// All text from the file (names, statuses, information items) byte for
+// byte: each byte is one character, so .encode("latin-1") gives the bytes
+// back.
 py::str text(std::string_view bytes) {
-  return py::reinterpret_steal<py::str>(
-      PyUnicode_DecodeLatin1(bytes.data(), static_cast<py::ssize_t>(bytes.size()), nullptr));
+  PyObject* str =
+      PyUnicode_DecodeLatin1(bytes.data(), static_cast<py::ssize_t>(bytes.size()), nullptr);
+  if (str == nullptr) throw py::error_already_set();
+  return py::reinterpret_steal<py::str>(str);
 }
 
 py::list names(const strix::NameList& list) {
   py::list out(list.names.size());
-  for (std::size_t i = 0; i < list.names.size(); ++i) {
-    out[i] = py::bytes(list.names[i].data(), list.names[i].size());
-  }
+  for (std::size_t i = 0; i < list.names.size(); ++i) out[i] = text(list.names[i]);
   return out;
 }
 
@@ -74,6 +83,312 @@ struct Item {
   Shared owner;
   const SolutionItem* item;
 };
+
+// ------------------------------------------------------------------ tables
+
+// Column cells are new references to str objects, written into an object
+// array that NumPy has filled with nulls.
+py::array object_column(std::int32_t rows) {
+  return py::array(py::dtype("O"), std::vector<py::ssize_t>{std::max(rows, 0)});
+}
+
+// The name of each row: the file's name, or where the file has none or an
+// empty one the name the text report gives it (the prefix and the row
+// number in at least four digits), unquoted.
+py::array name_column(const strix::NameList& list, std::int32_t rows, const char* prefix) {
+  py::array column = object_column(rows);
+  auto** cells = static_cast<PyObject**>(column.mutable_data());
+  char buffer[32];
+  for (std::int32_t k = 0; k < rows; ++k) {
+    const auto i = static_cast<std::size_t>(k);
+    if (i < list.names.size() && !list.names[i].empty()) {
+      cells[k] = text(list.names[i]).release().ptr();
+      continue;
+    }
+    // ASCII written straight into a new str: no decoding, the one allocation.
+    const auto length = static_cast<std::size_t>(
+        fmt::format_to(buffer, FMT_COMPILE("{}{:04d}"), prefix, k) - buffer);
+    cells[k] = PyUnicode_New(static_cast<py::ssize_t>(length), 127);
+    if (cells[k] == nullptr) throw py::error_already_set();
+    std::memcpy(PyUnicode_1BYTE_DATA(cells[k]), buffer, length);
+  }
+  return column;
+}
+
+// The status key name of each row, "unk" past the keys the file has.
+py::array status_column(const strix::Array<std::uint8_t>& keys, std::int32_t rows) {
+  std::array<py::str, 256> key_names;
+  for (std::size_t key = 0; key < key_names.size(); ++key) {
+    key_names[key] = strix::status_key_name(static_cast<std::uint8_t>(key));
+  }
+  const py::str unknown("unk");
+  py::array column = object_column(rows);
+  auto** cells = static_cast<PyObject**>(column.mutable_data());
+  for (std::int32_t k = 0; k < rows; ++k) {
+    const auto i = static_cast<std::size_t>(k);
+    cells[k] = (i < keys.size() ? key_names[keys[i]] : unknown).inc_ref().ptr();
+  }
+  return column;
+}
+
+using Values = strix::Array<double> SolutionItem::*;
+using Column = std::pair<const char*, Values>;
+constexpr std::array<Column, 4> kVariableValues{{{"xx", &SolutionItem::xx},
+                                                 {"slx", &SolutionItem::slx},
+                                                 {"sux", &SolutionItem::sux},
+                                                 {"snx", &SolutionItem::snx}}};
+constexpr std::array<Column, 4> kConstraintValues{{{"xc", &SolutionItem::xc},
+                                                   {"slc", &SolutionItem::slc},
+                                                   {"suc", &SolutionItem::suc},
+                                                   {"y", &SolutionItem::y}}};
+
+// A DataFrame of the variables or the constraints, as the text report lists
+// them: name, status, then each value vector the solution has. pandas is
+// imported here, so that only tables need it.
+py::object table(const Item& i, bool variables) {
+  py::module_ pandas;
+  try {
+    pandas = py::module_::import("pandas");
+  } catch (py::error_already_set& e) {
+    if (!e.matches(PyExc_ImportError)) throw;
+    py::raise_from(
+        e, PyExc_ImportError,
+        "strix tables need pandas: pip install 'strix[pandas]' (Debian: python3-pandas)");
+    throw py::error_already_set();
+  }
+  const Solution& s = *i.owner;
+  const SolutionItem& item = *i.item;
+  const std::int32_t rows = variables ? s.numvar : s.numcon;
+  py::dict columns;
+  columns["name"] =
+      variables ? name_column(s.var_names, rows, "var") : name_column(s.con_names, rows, "con");
+  columns["status"] = status_column(variables ? item.skx : item.skc, rows);
+  for (const auto& [name, values] : variables ? kVariableValues : kConstraintValues) {
+    if (!(item.*values).empty()) columns[name] = view(i.owner, item.*values);
+  }
+  return pandas.attr("DataFrame")(columns);
+}
+
+// One read-only view per pattern entry, cut as the JSON document cuts the
+// values: the pattern alone decides, a block is cut short where the values
+// run out and every later block is empty.
+py::list blocks(const Shared& owner, const strix::Array<double>& values,
+                const strix::Array<std::uint64_t>& pattern) {
+  const py::array all = view(owner, values);
+  py::list out;
+  std::size_t next = 0;
+  for (const std::uint64_t length : pattern) {
+    const std::size_t end =
+        next + static_cast<std::size_t>(std::min<std::uint64_t>(length, values.size() - next));
+    out.append(all[py::slice(static_cast<py::ssize_t>(next), static_cast<py::ssize_t>(end), 1)]);
+    next = end;
+  }
+  return out;
+}
+
+// ------------------------------------------------------- equality, repr
+
+template <typename T>
+bool same(const strix::Array<T>& a, const strix::Array<T>& b) {
+  return a.size() == b.size() &&
+         (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(T)) == 0);
+}
+
+// Objectives compare by their bits, as the arrays do: NaN equals NaN.
+bool same(double a, double b) {
+  return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+bool same(const strix::NameList& a, const strix::NameList& b) {
+  return a.names == b.names;
+}
+
+template <typename T>
+bool same(const strix::InfoGroup<T>& a, const strix::InfoGroup<T>& b) {
+  return same(a.names, b.names) && same(a.values, b.values);
+}
+
+using Keys = strix::Array<std::uint8_t> SolutionItem::*;
+constexpr std::array<std::pair<const char*, Keys>, 3> kKeys{
+    {{"skx", &SolutionItem::skx}, {"skc", &SolutionItem::skc}, {"skn", &SolutionItem::skn}}};
+constexpr std::array<Column, 11> kValues{{{"xx", &SolutionItem::xx},
+                                          {"slx", &SolutionItem::slx},
+                                          {"sux", &SolutionItem::sux},
+                                          {"snx", &SolutionItem::snx},
+                                          {"xc", &SolutionItem::xc},
+                                          {"y", &SolutionItem::y},
+                                          {"slc", &SolutionItem::slc},
+                                          {"suc", &SolutionItem::suc},
+                                          {"barx", &SolutionItem::barx},
+                                          {"bars", &SolutionItem::bars},
+                                          {"doty", &SolutionItem::doty}}};
+
+bool same(const SolutionItem& a, const SolutionItem& b) {
+  bool equal = a.kind == b.kind && a.prosta == b.prosta && a.solsta == b.solsta &&
+               same(a.pobj, b.pobj) && same(a.dobj, b.dobj);
+  for (const auto& [name, keys] : kKeys) equal = equal && same(a.*keys, b.*keys);
+  for (const auto& [name, values] : kValues) equal = equal && same(a.*values, b.*values);
+  return equal;
+}
+
+bool same(const Solution& a, const Solution& b) {
+  return a.version == b.version && a.numvar == b.numvar && a.numcon == b.numcon &&
+         a.numcone == b.numcone && a.numbarvar == b.numbarvar && a.numacc == b.numacc &&
+         same(a.barvar_pattern, b.barvar_pattern) && same(a.acc_pattern, b.acc_pattern) &&
+         same(a.var_names, b.var_names) && same(a.barvar_names, b.barvar_names) &&
+         same(a.con_names, b.con_names) && same(a.cone_names, b.cone_names) &&
+         same(a.acc_names, b.acc_names) && same(a.info_i32, b.info_i32) &&
+         same(a.info_i64, b.info_i64) && same(a.info_f64, b.info_f64) &&
+         std::equal(a.solutions.begin(), a.solutions.end(), b.solutions.begin(), b.solutions.end(),
+                    [](const SolutionItem& x, const SolutionItem& y) { return same(x, y); });
+}
+
+// "interior: prosta='...' solsta='...' pobj=... dobj=...": statuses as
+// Python writes str literals, so odd bytes cannot break the line.
+py::str summary(const SolutionItem& item) {
+  return py::str("{}: prosta={!r} solsta={!r} pobj={!r} dobj={!r}")
+      .format(text(item.kind), text(item.prosta), text(item.solsta), item.pobj, item.dobj);
+}
+
+py::str repr(const Solution& s) {
+  py::list items;
+  for (const SolutionItem& item : s.solutions) items.append(summary(item));
+  return py::str(
+             "<strix.Solution {}.{}.{}: numvar={} numcon={} numcone={} numbarvar={} numacc={}; {}>")
+      .format(s.version[0], s.version[1], s.version[2], s.numvar, s.numcon, s.numcone, s.numbarvar,
+              s.numacc,
+              items.empty() ? py::str("no solutions") : py::str("; ").attr("join")(items));
+}
+
+// ---------------------------------------------------------------- pickling
+
+// The pickled form holds every array as one buffer (out of band under
+// protocol 5, when the pickler takes buffers apart) and the names of a kind
+// as their bytes back to back with their lengths in the narrowest unsigned
+// type that holds them, so that a pickle is about the size of the arrays and
+// names it carries.
+template <typename T>
+py::object pickled(const Shared& owner, const strix::Array<T>& values, int protocol) {
+  const py::array array = view(owner, values);
+  if (protocol >= 5) return py::module_::import("pickle").attr("PickleBuffer")(array);
+  return array.attr("tobytes")();
+}
+
+py::tuple pickled(const strix::NameList& list) {
+  std::size_t total = 0;
+  std::size_t longest = 0;
+  for (const std::string_view name : list.names) {
+    total += name.size();
+    longest = std::max(longest, name.size());
+  }
+  const std::size_t width = longest < 0x100 ? 1 : longest < 0x10000 ? 2 : 4;
+  std::string bytes;
+  std::string lengths(width * list.names.size(), '\0');
+  bytes.reserve(total);
+  for (std::size_t i = 0; i < list.names.size(); ++i) {
+    bytes += list.names[i];
+    const auto length = static_cast<std::uint32_t>(list.names[i].size());
+    std::memcpy(&lengths[i * width], &length, width);  // little-endian, as the file
+  }
+  return py::make_tuple(py::bytes(bytes), width, py::bytes(lengths));
+}
+
+// The bytes of any contiguous buffer (bytes, a PickleBuffer, a memoryview).
+std::string_view bytes_of(const py::handle& object, Py_buffer& buffer) {
+  if (PyObject_GetBuffer(object.ptr(), &buffer, PyBUF_SIMPLE) != 0) throw py::error_already_set();
+  return {static_cast<const char*>(buffer.buf), static_cast<std::size_t>(buffer.len)};
+}
+
+template <typename T>
+void unpickle(strix::Array<T>& values, const py::handle& object) {
+  Py_buffer buffer;
+  const std::string_view bytes = bytes_of(object, buffer);
+  const std::unique_ptr<Py_buffer, void (*)(Py_buffer*)> held(&buffer, PyBuffer_Release);
+  if (bytes.size() % sizeof(T) != 0) throw py::value_error("not a pickled strix.Solution");
+  values.resize(bytes.size() / sizeof(T));
+  if (!bytes.empty()) std::memcpy(values.data(), bytes.data(), bytes.size());
+}
+
+void unpickle(strix::NameList& list, const py::handle& object) {
+  const auto [bytes, width, lengths] = object.cast<std::tuple<py::bytes, std::size_t, py::bytes>>();
+  unpickle(list.buffer, bytes);
+  const auto packed = lengths.cast<std::string_view>();
+  if (width == 0 || width > 4 || packed.size() % width != 0) {
+    throw py::value_error("not a pickled strix.Solution");
+  }
+  std::size_t start = 0;
+  for (std::size_t i = 0; i < packed.size(); i += width) {
+    std::uint32_t length = 0;
+    std::memcpy(&length, &packed[i], width);
+    if (length > list.buffer.size() - start) throw py::value_error("not a pickled strix.Solution");
+    list.names.emplace_back(list.buffer.data() + start, length);
+    start += length;
+  }
+}
+
+py::tuple pickled(const Shared& s, int protocol) {
+  py::list items;
+  for (const SolutionItem& item : s->solutions) {
+    py::list arrays;
+    for (const auto& [name, keys] : kKeys) arrays.append(pickled(s, item.*keys, protocol));
+    for (const auto& [name, values] : kValues) arrays.append(pickled(s, item.*values, protocol));
+    items.append(py::make_tuple(py::bytes(item.kind), py::bytes(item.prosta),
+                                py::bytes(item.solsta), item.pobj, item.dobj, arrays));
+  }
+  py::list names;
+  for (const strix::NameList* list :
+       {&s->var_names, &s->barvar_names, &s->con_names, &s->cone_names, &s->acc_names}) {
+    names.append(pickled(*list));
+  }
+  return py::make_tuple(
+      py::make_tuple(s->version[0], s->version[1], s->version[2], s->numvar, s->numcon, s->numcone,
+                     s->numbarvar, s->numacc),
+      pickled(s, s->barvar_pattern, protocol), pickled(s, s->acc_pattern, protocol), names,
+      py::make_tuple(pickled(s->info_i32.names), pickled(s, s->info_i32.values, protocol),
+                     pickled(s->info_i64.names), pickled(s, s->info_i64.values, protocol),
+                     pickled(s->info_f64.names), pickled(s, s->info_f64.values, protocol)),
+      items);
+}
+
+std::shared_ptr<Solution> from_state(const py::tuple& state) {
+  auto s = std::make_shared<Solution>();
+  const auto counts = state[0].cast<py::tuple>();
+  for (std::size_t i = 0; i < 3; ++i) s->version[i] = counts[i].cast<std::int32_t>();
+  s->numvar = counts[3].cast<std::int32_t>();
+  s->numcon = counts[4].cast<std::int32_t>();
+  s->numcone = counts[5].cast<std::int32_t>();
+  s->numbarvar = counts[6].cast<std::int32_t>();
+  s->numacc = counts[7].cast<std::int64_t>();
+  unpickle(s->barvar_pattern, state[1]);
+  unpickle(s->acc_pattern, state[2]);
+  const auto names = state[3].cast<py::list>();
+  std::size_t k = 0;
+  for (strix::NameList* list :
+       {&s->var_names, &s->barvar_names, &s->con_names, &s->cone_names, &s->acc_names}) {
+    unpickle(*list, names[k++]);
+  }
+  const auto info = state[4].cast<py::tuple>();
+  unpickle(s->info_i32.names, info[0]);
+  unpickle(s->info_i32.values, info[1]);
+  unpickle(s->info_i64.names, info[2]);
+  unpickle(s->info_i64.values, info[3]);
+  unpickle(s->info_f64.names, info[4]);
+  unpickle(s->info_f64.values, info[5]);
+  for (const py::handle entry : state[5].cast<py::list>()) {
+    const auto fields = entry.cast<py::tuple>();
+    SolutionItem& item = s->solutions.emplace_back();
+    item.kind = fields[0].cast<std::string>();
+    item.prosta = fields[1].cast<std::string>();
+    item.solsta = fields[2].cast<std::string>();
+    item.pobj = fields[3].cast<double>();
+    item.dobj = fields[4].cast<double>();
+    const auto arrays = fields[5].cast<py::list>();
+    std::size_t a = 0;
+    for (const auto& [name, keys] : kKeys) unpickle(item.*keys, arrays[a++]);
+    for (const auto& [name, values] : kValues) unpickle(item.*values, arrays[a++]);
+  }
+  return s;
+}
 
 // A source that Python reads: a binary file object, pulled through its
 // read() with the interpreter lock held for each call only.
@@ -143,13 +458,14 @@ Shared read(py::object source) {
   throw py::type_error("strix.read takes a path, a bytes-like object or a binary file");
 }
 
-void convert(py::object infile, py::object outfile) {
+void convert(py::object infile, py::object outfile, int threads) {
+  if (threads < 0) throw py::value_error("threads must be 0 (the machine's count) or more");
   const py::module_ os = py::module_::import("os");
   const std::string in = os.attr("fsencode")(infile).cast<std::string>();
   const std::string out = os.attr("fsencode")(outfile).cast<std::string>();
   const strix::Outcome outcome = [&] {
     py::gil_scoped_release released;
-    return strix::convert(in, out);
+    return strix::convert(in, out, {.threads = static_cast<unsigned>(threads)});
   }();
   if (outcome.status != 0) throw std::invalid_argument(outcome.message);
 }
@@ -187,31 +503,46 @@ PYBIND11_MODULE(_strix, m) {
     }
   });
 
+  m.attr("__version__") = STRIX_VERSION;
+
   py::class_<Item> item(m, "SolutionItem");
-  item.def_property_readonly("kind", [](const Item& i) { return i.item->kind; })
+  item.def_property_readonly("kind", [](const Item& i) { return text(i.item->kind); })
       .def_property_readonly("prosta", [](const Item& i) { return text(i.item->prosta); })
       .def_property_readonly("solsta", [](const Item& i) { return text(i.item->solsta); })
       .def_property_readonly("pobj", [](const Item& i) { return i.item->pobj; })
-      .def_property_readonly("dobj", [](const Item& i) { return i.item->dobj; });
-  using Keys = strix::Array<std::uint8_t> SolutionItem::*;
-  for (const auto& [name, keys] : {std::pair<const char*, Keys>{"skx", &SolutionItem::skx},
-                                   {"skc", &SolutionItem::skc},
-                                   {"skn", &SolutionItem::skn}}) {
+      .def_property_readonly("dobj", [](const Item& i) { return i.item->dobj; })
+      .def(
+          "variables", [](const Item& i) { return table(i, true); },
+          "A pandas DataFrame of the variables, one row each in file order: name, status, then "
+          "xx, slx, sux, snx where the solution has them.")
+      .def(
+          "constraints", [](const Item& i) { return table(i, false); },
+          "A pandas DataFrame of the constraints: name, status, then xc, slc, suc, y where the "
+          "solution has them.")
+      .def(
+          "barx_blocks",
+          [](const Item& i) { return blocks(i.owner, i.item->barx, i.owner->barvar_pattern); },
+          "barx cut into one view per bar variable pattern entry.")
+      .def(
+          "bars_blocks",
+          [](const Item& i) { return blocks(i.owner, i.item->bars, i.owner->barvar_pattern); },
+          "bars cut into one view per bar variable pattern entry.")
+      .def(
+          "doty_blocks",
+          [](const Item& i) { return blocks(i.owner, i.item->doty, i.owner->acc_pattern); },
+          "doty cut into one view per ACC pattern entry.")
+      .def(
+          "__eq__", [](const Item& a, const Item& b) { return same(*a.item, *b.item); },
+          py::is_operator())
+      .def("__repr__", [](const Item& i) {
+        return py::str("<strix.SolutionItem {}, numvar={} numcon={}>")
+            .format(summary(*i.item), i.owner->numvar, i.owner->numcon);
+      });
+  for (const auto& [name, keys] : kKeys) {
     item.def_property_readonly(name,
                                [keys](const Item& i) { return view(i.owner, i.item->*keys); });
   }
-  using Values = strix::Array<double> SolutionItem::*;
-  for (const auto& [name, values] : {std::pair<const char*, Values>{"xx", &SolutionItem::xx},
-                                     {"slx", &SolutionItem::slx},
-                                     {"sux", &SolutionItem::sux},
-                                     {"snx", &SolutionItem::snx},
-                                     {"xc", &SolutionItem::xc},
-                                     {"y", &SolutionItem::y},
-                                     {"slc", &SolutionItem::slc},
-                                     {"suc", &SolutionItem::suc},
-                                     {"barx", &SolutionItem::barx},
-                                     {"bars", &SolutionItem::bars},
-                                     {"doty", &SolutionItem::doty}}) {
+  for (const auto& [name, values] : kValues) {
     item.def_property_readonly(name,
                                [values](const Item& i) { return view(i.owner, i.item->*values); });
   }
@@ -230,7 +561,7 @@ PYBIND11_MODULE(_strix, m) {
                              [](const std::shared_ptr<Solution>& s) {
                                py::dict out;
                                for (const SolutionItem& item : s->solutions) {
-                                 out[py::str(item.kind)] = Item{s, &item};
+                                 out[text(item.kind)] = Item{s, &item};
                                }
                                return out;
                              })
@@ -247,15 +578,31 @@ PYBIND11_MODULE(_strix, m) {
       .def_property_readonly("acc_names", [](const Solution& s) { return names(s.acc_names); })
       .def_property_readonly("info_i32", [](const Solution& s) { return info(s.info_i32); })
       .def_property_readonly("info_i64", [](const Solution& s) { return info(s.info_i64); })
-      .def_property_readonly("info_f64", [](const Solution& s) { return info(s.info_f64); });
+      .def_property_readonly("info_f64", [](const Solution& s) { return info(s.info_f64); })
+      .def(
+          "__eq__", [](const Solution& a, const Solution& b) { return same(a, b); },
+          py::is_operator())
+      .def("__repr__", [](const Solution& s) { return repr(s); })
+      // Pickled by __reduce_ex__, which alone learns the protocol (buffers
+      // for protocol 5); __setstate__ builds the object that
+      // copyreg.__newobj__ made.
+      .def(py::pickle([](const Shared& s) { return pickled(s, 4); }, &from_state))
+      .def("__reduce_ex__", [](const py::object& self, int protocol) {
+        return py::make_tuple(py::module_::import("copyreg").attr("__newobj__"),
+                              py::make_tuple(py::type::of(self)),
+                              pickled(self.cast<Shared>(), protocol));
+      });
 
   m.def(
       "read", [](py::object source) { return std::const_pointer_cast<Solution>(read(source)); },
       py::arg("source"),
       "Reads a solution file: a path (Zstandard when it ends in .zst; -.b and -.b.zst are "
       "standard input), a bytes-like object or a binary file.");
-  m.def("convert", &convert, py::arg("infile"), py::arg("outfile"),
-        "Converts infile to outfile as the strix command does, by their suffixes.");
+  m.def("convert", &convert, py::arg("infile"), py::arg("outfile"), py::kw_only(),
+        py::arg("threads") = 0,
+        "Converts infile to outfile as the strix command does, by their suffixes, on at most "
+        "`threads` threads besides the calling one (0: as many as the machine gives the process, "
+        "capped by STRIX_THREADS); the output is the same bytes for every count.");
   m.def(
       "status_key_name", [](std::uint8_t key) { return strix::status_key_name(key); },
       py::arg("key"), "The name of one status key byte.");

@@ -12,6 +12,8 @@ packages=(
   isal                                     # igzip, the benchmark's gzip reference
   python3 python3-jsonschema               # solution file builder, JSON schema validation
   python3-matplotlib                       # the benchmark's charts
+  python3-venv python3-skbuild python3-wheel  # pip install of the Python package
+  python3-pandas python3-dask python3-distributed python3-mypy  # its tables, recipes, stubs
   clang-14 libclang-rt-14-dev              # libFuzzer targets
   clang-format git                         # the formatting check
 )

@@ -7,17 +7,34 @@
     strix.status_key_names(item.skx)            # "bas", "low", ... "unk"
     strix.convert("model.b", "model.json.gz")   # what the strix command does
 
-Arrays are views of the reader's own memory, kept alive by the views; an
-absent section reads as an empty array. Failures raise strix.Error and its
+    item.variables()                            # a pandas DataFrame: name, status, xx...
+
+Arrays are read-only views of the reader's own memory, kept alive by the
+views; an absent section reads as an empty array. Text from the file (names,
+statuses, information items) is str with one character per byte:
+.encode("latin-1") gives the bytes back. Failures raise strix.Error and its
 subclasses (FormatError, IncompatibleFileError, InconsistentSolution,
 CompressionError), OSError, or ValueError for names the command refuses.
 """
 
 import numpy as _np
 
+from . import _strix
 from ._strix import (CompressionError, Error, FormatError, IncompatibleFileError,
-                     InconsistentSolution, Solution, SolutionItem, convert, read,
-                     status_key_name)
+                     InconsistentSolution, Solution, SolutionItem, __version__, status_key_name)
+
+
+# Python functions, unlike the native ones, pickle by their names, so that
+# pool.map(strix.read, files) can send them to worker processes.
+def read(source):
+    return _strix.read(source)
+
+
+def convert(infile, outfile, *, threads=0):
+    return _strix.convert(infile, outfile, threads=threads)
+
+
+read.__doc__, convert.__doc__ = _strix.read.__doc__, _strix.convert.__doc__
 
 _KEY_NAMES = _np.array([status_key_name(key) for key in range(256)])
 
@@ -28,6 +45,6 @@ def status_key_names(keys):
     return _KEY_NAMES[_np.asarray(keys, dtype=_np.uint8)]
 
 
-__all__ = ["CompressionError", "Error", "FormatError", "IncompatibleFileError",
+__all__ = ["__version__", "CompressionError", "Error", "FormatError", "IncompatibleFileError",
            "InconsistentSolution", "Solution", "SolutionItem", "convert", "read",
            "status_key_name", "status_key_names"]

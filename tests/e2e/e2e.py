@@ -745,7 +745,8 @@ class Package(Case):
             self.assertEqual([got.info_i32, got.info_i64, got.info_f64],
                              [doc["Task/information"][g]
                               for g in ("int32", "int64", "double")])
-            self.assertEqual([got.var_names, got.barvar_pattern.tolist()], [sf.names["var"], [3, 1]])
+            self.assertEqual([got.var_names, got.barvar_pattern.tolist()],
+                             [[n.decode("latin-1") for n in sf.names["var"]], [3, 1]])
 
     # Each form converted in Python is the command's output byte for byte. A
     # failure raises an exception saying what failed in words (the reader's
@@ -754,12 +755,15 @@ class Package(Case):
     def test_convert_and_failures(self):
         import shutil
         import strix
-        self.write("noisy.b", noisy(3000))
+        many = noisy(12000)  # many pieces, and two gzip chunks
+        self.write("noisy.b", many)
         for form in (".json", ".jtask", ".task", ".txt", ".b"):
-            for z in ("", ".zst", ".gz"):
+            for z, threads in (("", 0), (".zst", 1), (".zst", 3), (".gz", 1), (".gz", 3)):
                 self.strix("noisy.b", "cmd" + form + z)
-                strix.convert(os.path.join(self.dir, "noisy.b"), os.path.join(self.dir, "py" + form + z))
+                strix.convert(os.path.join(self.dir, "noisy.b"), os.path.join(self.dir, "py" + form + z),
+                              threads=threads)
                 self.assertEqual(self.read("py" + form + z), self.read("cmd" + form + z), form + z)
+        self.assertRaises(ValueError, strix.convert, EXAMPLE, "x.json", threads=-1)
         path = lambda name: os.path.join(self.dir, name)  # noqa: E731
         base = full_file(kinds=("integer",)).sections()
         self.write("x.json", b'{"$schema" : 1}')
@@ -810,7 +814,7 @@ class Package(Case):
                                        self.read(source))
             self.assertEqual(strix.read(EXAMPLE).numvar, 3)
         self.assertEqual([self.read("noisy.b"), os.listdir(path("folder"))],
-                         [noisy(3000).to_bytes(), []])
+                         [many.to_bytes(), []])
         self.assertRaises(IsADirectoryError, strix.read, path("folder"))
 
 

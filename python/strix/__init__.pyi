@@ -1,0 +1,17 @@
+# Types of the package, for editors and type checkers.
+import numpy
+from numpy.typing import ArrayLike, NDArray
+
+from ._strix import CompressionError as CompressionError
+from ._strix import Error as Error
+from ._strix import FormatError as FormatError
+from ._strix import IncompatibleFileError as IncompatibleFileError
+from ._strix import InconsistentSolution as InconsistentSolution
+from ._strix import Solution as Solution
+from ._strix import SolutionItem as SolutionItem
+from ._strix import __version__ as __version__
+from ._strix import convert as convert
+from ._strix import read as read
+from ._strix import status_key_name as status_key_name
+
+def status_key_names(keys: ArrayLike) -> NDArray[numpy.str_]: ...
