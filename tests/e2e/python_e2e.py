@@ -168,7 +168,11 @@ class Python(Case):
     def test_pip_install(self):
         src, work = os.path.join(self.dir, "src"), os.path.join(self.dir, "work")
         listed = subprocess.run(["git", "-C", ROOT, "ls-files", "-z", "-co", "--exclude-standard"],
-                                capture_output=True, check=True).stdout.decode().split("\0")
+                                capture_output=True).stdout.decode().split("\0")
+        if listed == [""]:  # a source tree without git (an archive): all of it but build trees
+            listed = [os.path.relpath(os.path.join(d, f), ROOT) for d, _, files in os.walk(ROOT)
+                      if not os.path.relpath(d, ROOT).startswith(("build", ".git", "out"))
+                      for f in files]
         for f in filter(os.path.isfile, (os.path.join(ROOT, f) for f in listed if f)):
             os.makedirs(os.path.dirname(src + f[len(ROOT):]), exist_ok=True)
             shutil.copy2(f, src + f[len(ROOT):])
