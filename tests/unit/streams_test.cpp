@@ -92,7 +92,7 @@ TEST(CompressingBuffers, LevelsAndAFailedTarget) {
     strix::zstd::outstreambuf(&sink, level).sputn(part.data(), 30000);
     return sink.str();
   };
-  EXPECT_NE(frame(1), frame(22));
+  EXPECT_TRUE(frame(1) != frame(2) && frame(1) != frame(22));
   EXPECT_TRUE(frame(0) == frame(1) && frame(-5) == frame(1) && frame(30) == frame(22));
 
   struct : std::streambuf {
