@@ -25,9 +25,10 @@ inline constexpr std::size_t kCopyBlock = std::size_t{1} << 18;
 // The input file's buffer, for the same reason.
 inline constexpr std::size_t kInputBuffer = std::size_t{1} << 18;
 
-// The writers gather this much formatted text before they hand it on: large
-// enough that handing over (to the output thread, the file or a compressing
-// buffer) costs nothing beside formatting, small enough to stay in cache.
+// The writers gather this much formatted text before they hand it on, and a
+// pool thread formats a range of about this much into a piece of its own:
+// large enough that handing over (to the file or a compressing buffer) costs
+// nothing beside formatting, small enough to stay in cache.
 inline constexpr std::size_t kOutputPiece = std::size_t{1} << 18;
 
 // The JSON writer formats this many values into one reservation of room.
