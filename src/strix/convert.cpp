@@ -234,8 +234,9 @@ Outcome Conversion::run() {
   Reader* source = o.input.reader.get();
   if (n.in_compression == ".zst") source = &o.decompressor.emplace(source);
 
-  // Formatting and compression share the threads; a Zstandard frame gets at
-  // least one worker, so that its bytes are the same on any machine.
+  // Formatting and compression share the threads. A compressed output gets
+  // at least one worker, so a Zstandard frame is the same bytes on any
+  // machine.
   const Compression compression = n.out_compression == ".zst"  ? Compression::zstd
                                   : n.out_compression == ".gz" ? Compression::gzip
                                                                : Compression::none;
@@ -245,7 +246,7 @@ Outcome Conversion::run() {
   // The output's compression is ".zst", ".gz" or none: the names give no other.
   std::streambuf* final_buf = sink;
   if (n.out_compression == ".zst") {
-    final_buf = &o.zstd_out.emplace(sink, 3, std::max(share.compress, 1u));
+    final_buf = &o.zstd_out.emplace(sink, 3, share.compress);
   } else if (n.out_compression == ".gz") {
     // The command's gzip output drops the byte at every 65536-byte boundary
     // of the text: readers of these files expect it.

@@ -21,8 +21,8 @@ unsigned machine_threads();
 
 // What a conversion's threads do besides the one that hands finished pieces
 // to the file: `format` pool threads format (0: the writer formats on its own
-// thread), `compress` threads compress. Together they never exceed the
-// count they share.
+// thread), `compress` threads compress (at least one when there is a
+// compression). Together they never exceed the count they share.
 enum class Compression { none, zstd, gzip };
 struct ThreadShare {
   unsigned format;
