@@ -134,9 +134,7 @@ double gzip_compress(std::vector<char>& in) {
 }
 
 std::unique_ptr<strix::Solution> load(const char* path) {
-  std::FILE* f = std::fopen(path, "rb");
-  if (f == nullptr) return nullptr;
-  strix::FileReader reader(f);
+  strix::FileReader reader(path);
   return strix::read_solution(reader);
 }
 

@@ -4,12 +4,13 @@
 // and maps errors.
 #include <algorithm>    // std::min, std::max
 #include <array>        // std::array
+#include <bitset>       // the read's selection
 #include <cerrno>       // errno
 #include <cstdint>      // fixed-width integers
-#include <cstdio>       // stdin
 #include <cstring>      // std::memcpy, std::memcmp
 #include <filesystem>   // std::filesystem::path
 #include <memory>       // std::shared_ptr
+#include <optional>     // std::optional
 #include <stdexcept>    // std::invalid_argument
 #include <string>       // std::string
 #include <string_view>  // std::string_view
@@ -78,6 +79,48 @@ py::dict info(const strix::InfoGroup<T>& group) {
 // The type of strix.Error, the base of the module's own exceptions.
 struct ErrorTag {};
 
+// strix.Error and its subclasses FormatError, IncompatibleFileError,
+// InconsistentSolution and CompressionError, made at import and kept for the
+// interpreter's life.
+std::array<PyObject*, 5> error_types{};
+
+// A file that cannot be opened, created or written is the OSError subclass
+// of its errno naming the file, as open() would raise it.
+void raise_os_error(const strix::IOError& e) {
+  if (e.code == 0) return PyErr_SetString(PyExc_OSError, e.what());
+  const py::object name = py::reinterpret_steal<py::object>(
+      PyUnicode_DecodeFSDefaultAndSize(e.path().data(), static_cast<py::ssize_t>(e.path().size())));
+  errno = e.code;
+  PyErr_SetFromErrnoWithFilenameObject(PyExc_OSError, name.ptr());
+}
+
+// Sets the Python error of a strix failure; false for any other exception.
+bool set_strix_error(const std::exception_ptr& failure) {
+  try {
+    std::rethrow_exception(failure);
+  } catch (const strix::FormatError& e) {
+    PyErr_SetString(error_types[1], e.what());
+  } catch (const strix::IncompatibleFileError& e) {
+    PyErr_SetString(error_types[2], e.what());
+  } catch (const strix::InconsistentSolution& e) {
+    PyErr_SetString(error_types[3], e.what());
+  } catch (const strix::zstd::CompressionError& e) {
+    PyErr_SetString(error_types[4], e.what());
+  } catch (const strix::IOError& e) {
+    raise_os_error(e);
+  } catch (const strix::SameFileError& e) {
+    // As shutil.copyfile reports the same mistake; an OSError.
+    PyErr_SetString(py::module_::import("shutil").attr("SameFileError").ptr(), e.what());
+  } catch (const strix::UnsupportedInput& e) {
+    PyErr_SetString(PyExc_ValueError, e.what());
+  } catch (const strix::Error& e) {
+    PyErr_SetString(error_types[0], e.what());
+  } catch (...) {
+    return false;
+  }
+  return true;
+}
+
 // One solution of a file, seen from Python: the item and its file's solution.
 struct Item {
   Shared owner;
@@ -131,16 +174,11 @@ py::array status_column(const strix::Array<std::uint8_t>& keys, std::int32_t row
   return column;
 }
 
-using Values = strix::Array<double> SolutionItem::*;
-using Column = std::pair<const char*, Values>;
-constexpr std::array<Column, 4> kVariableValues{{{"xx", &SolutionItem::xx},
-                                                 {"slx", &SolutionItem::slx},
-                                                 {"sux", &SolutionItem::sux},
-                                                 {"snx", &SolutionItem::snx}}};
-constexpr std::array<Column, 4> kConstraintValues{{{"xc", &SolutionItem::xc},
-                                                   {"slc", &SolutionItem::slc},
-                                                   {"suc", &SolutionItem::suc},
-                                                   {"y", &SolutionItem::y}}};
+// The value columns of the tables, in the text report's order.
+constexpr std::array<strix::Vector, 4> kVariableValues{strix::Vector::xx, strix::Vector::slx,
+                                                       strix::Vector::sux, strix::Vector::snx};
+constexpr std::array<strix::Vector, 4> kConstraintValues{strix::Vector::xc, strix::Vector::slc,
+                                                         strix::Vector::suc, strix::Vector::y};
 
 // A DataFrame of the variables or the constraints, as the text report lists
 // them: name, status, then each value vector the solution has. pandas is
@@ -159,13 +197,23 @@ py::object table(const Item& i, bool variables) {
   const Solution& s = *i.owner;
   const SolutionItem& item = *i.item;
   const std::int32_t rows = variables ? s.numvar : s.numcon;
+  // Only the columns the read kept: a name or status that was not read is
+  // left out rather than shown as the report's default.
   py::dict columns;
-  columns["name"] =
-      variables ? name_column(s.var_names, rows, "var") : name_column(s.con_names, rows, "con");
-  columns["status"] = status_column(variables ? item.skx : item.skc, rows);
-  for (const auto& [name, values] : variables ? kVariableValues : kConstraintValues) {
-    if (!(item.*values).empty()) columns[name] = view(i.owner, item.*values);
+  if (s.kept.names) {
+    columns["name"] =
+        variables ? name_column(s.var_names, rows, "var") : name_column(s.con_names, rows, "con");
   }
+  if (s.kept.keeps(variables ? strix::Vector::skx : strix::Vector::skc)) {
+    columns["status"] = status_column(variables ? item.skx : item.skc, rows);
+  }
+  for (const strix::Vector v : variables ? kVariableValues : kConstraintValues) {
+    const strix::VectorInfo& info = strix::kVectors[static_cast<std::size_t>(v)];
+    if (!(item.*info.values).empty()) columns[py::str(info.key)] = view(i.owner, item.*info.values);
+  }
+  if (columns.empty())
+    return pandas.attr("DataFrame")(py::arg("index") =
+                                        py::module_::import("pandas").attr("RangeIndex")(rows));
   return pandas.attr("DataFrame")(columns);
 }
 
@@ -208,26 +256,22 @@ bool same(const strix::InfoGroup<T>& a, const strix::InfoGroup<T>& b) {
   return same(a.names, b.names) && same(a.values, b.values);
 }
 
-using Keys = strix::Array<std::uint8_t> SolutionItem::*;
-constexpr std::array<std::pair<const char*, Keys>, 3> kKeys{
-    {{"skx", &SolutionItem::skx}, {"skc", &SolutionItem::skc}, {"skn", &SolutionItem::skn}}};
-constexpr std::array<Column, 11> kValues{{{"xx", &SolutionItem::xx},
-                                          {"slx", &SolutionItem::slx},
-                                          {"sux", &SolutionItem::sux},
-                                          {"snx", &SolutionItem::snx},
-                                          {"xc", &SolutionItem::xc},
-                                          {"y", &SolutionItem::y},
-                                          {"slc", &SolutionItem::slc},
-                                          {"suc", &SolutionItem::suc},
-                                          {"barx", &SolutionItem::barx},
-                                          {"bars", &SolutionItem::bars},
-                                          {"doty", &SolutionItem::doty}}};
+// Calls f(array) for every vector of an item, in the table's order.
+template <typename Item, typename F>
+void each_vector(Item& item, F f) {
+  for (const strix::VectorInfo& v : strix::kVectors) {
+    if (v.keys != nullptr) f(item.*v.keys);
+    if (v.values != nullptr) f(item.*v.values);
+  }
+}
 
 bool same(const SolutionItem& a, const SolutionItem& b) {
   bool equal = a.kind == b.kind && a.prosta == b.prosta && a.solsta == b.solsta &&
                same(a.pobj, b.pobj) && same(a.dobj, b.dobj);
-  for (const auto& [name, keys] : kKeys) equal = equal && same(a.*keys, b.*keys);
-  for (const auto& [name, values] : kValues) equal = equal && same(a.*values, b.*values);
+  for (const strix::VectorInfo& v : strix::kVectors) {
+    if (v.keys != nullptr) equal = equal && same(a.*v.keys, b.*v.keys);
+    if (v.values != nullptr) equal = equal && same(a.*v.values, b.*v.values);
+  }
   return equal;
 }
 
@@ -330,8 +374,7 @@ py::tuple pickled(const Shared& s, int protocol) {
   py::list items;
   for (const SolutionItem& item : s->solutions) {
     py::list arrays;
-    for (const auto& [name, keys] : kKeys) arrays.append(pickled(s, item.*keys, protocol));
-    for (const auto& [name, values] : kValues) arrays.append(pickled(s, item.*values, protocol));
+    each_vector(item, [&](const auto& values) { arrays.append(pickled(s, values, protocol)); });
     items.append(py::make_tuple(py::bytes(item.kind), py::bytes(item.prosta),
                                 py::bytes(item.solsta), item.pobj, item.dobj, arrays));
   }
@@ -347,7 +390,7 @@ py::tuple pickled(const Shared& s, int protocol) {
       py::make_tuple(pickled(s->info_i32.names), pickled(s, s->info_i32.values, protocol),
                      pickled(s->info_i64.names), pickled(s, s->info_i64.values, protocol),
                      pickled(s->info_f64.names), pickled(s, s->info_f64.values, protocol)),
-      items);
+      items, py::make_tuple(s->kept.kinds.to_ulong(), s->kept.vectors.to_ulong(), s->kept.names));
 }
 
 std::shared_ptr<Solution> from_state(const py::tuple& state) {
@@ -374,6 +417,12 @@ std::shared_ptr<Solution> from_state(const py::tuple& state) {
   unpickle(s->info_i64.values, info[3]);
   unpickle(s->info_f64.names, info[4]);
   unpickle(s->info_f64.values, info[5]);
+  if (state.size() > 6) {  // what the read kept; a full read's pickle may lack it
+    const auto kept = state[6].cast<py::tuple>();
+    s->kept.kinds = kept[0].cast<unsigned long>();
+    s->kept.vectors = kept[1].cast<unsigned long>();
+    s->kept.names = kept[2].cast<bool>();
+  }
   for (const py::handle entry : state[5].cast<py::list>()) {
     const auto fields = entry.cast<py::tuple>();
     SolutionItem& item = s->solutions.emplace_back();
@@ -384,17 +433,33 @@ std::shared_ptr<Solution> from_state(const py::tuple& state) {
     item.dobj = fields[4].cast<double>();
     const auto arrays = fields[5].cast<py::list>();
     std::size_t a = 0;
-    for (const auto& [name, keys] : kKeys) unpickle(item.*keys, arrays[a++]);
-    for (const auto& [name, values] : kValues) unpickle(item.*values, arrays[a++]);
+    each_vector(item, [&](auto& values) { unpickle(values, arrays[a++]); });
   }
   return s;
 }
 
 // A source that Python reads: a binary file object, pulled through its
-// read() with the interpreter lock held for each call only.
+// read() with the interpreter lock held for each call only. A seekable one
+// skips by seek(), so that a file opened over a network moves only the
+// bytes that are kept.
 class PythonFileReader : public strix::Reader {
  public:
-  explicit PythonFileReader(py::object file) : file_(std::move(file)) {}
+  explicit PythonFileReader(py::object file) : file_(std::move(file)) {
+    seekable_ = py::hasattr(file_, "seekable") && file_.attr("seekable")().cast<bool>();
+  }
+
+  std::uint64_t skip(std::uint64_t n) override {
+    if (!seekable_) return Reader::skip(n);
+    py::gil_scoped_acquire gil;
+    const auto at = file_.attr("tell")().cast<std::uint64_t>();
+    if (!end_) {
+      end_ = file_.attr("seek")(0, 2).cast<std::uint64_t>();
+      file_.attr("seek")(at);
+    }
+    const std::uint64_t target = at + std::min(n, *end_ - std::min(*end_, at));
+    file_.attr("seek")(target);
+    return target - at;
+  }
 
   std::uint64_t read(void* dst, std::uint64_t n) override {
     py::gil_scoped_acquire gil;
@@ -415,31 +480,48 @@ class PythonFileReader : public strix::Reader {
 
  private:
   py::object file_;
+  bool seekable_ = false;
+  std::optional<std::uint64_t> end_;  // where the file ends, once a skip asked
 };
 
-// A file that cannot be opened, created or written is the OSError subclass
-// of its errno naming the file, as open() would raise it.
-void raise_os_error(const strix::IOError& e) {
-  if (e.code == 0) return PyErr_SetString(PyExc_OSError, e.what());
-  const py::object name = py::reinterpret_steal<py::object>(
-      PyUnicode_DecodeFSDefaultAndSize(e.path().data(), static_cast<py::ssize_t>(e.path().size())));
-  errno = e.code;
-  PyErr_SetFromErrnoWithFilenameObject(PyExc_OSError, name.ptr());
+// The selection of strix.read: None keeps all, else the names given (one
+// name alone as a str is taken as such).
+template <typename Id, typename Bits>
+Bits selected(const py::object& names, std::optional<Id> (*named)(std::string_view),
+              const char* what) {
+  Bits bits;
+  if (names.is_none()) return bits.set();
+  const py::object list = py::isinstance<py::str>(names) ? py::make_tuple(names) : names;
+  for (const py::handle name : py::iter(list)) {
+    const std::optional<Id> id =
+        py::isinstance<py::str>(name) ? named(name.cast<std::string>()) : std::nullopt;
+    if (!id) throw py::value_error(py::str("unknown {} {!r}").format(what, name));
+    bits.set(static_cast<std::size_t>(*id));
+  }
+  return bits;
 }
 
-Shared read(py::object source) {
+strix::ReadOptions read_options(const py::object& solutions, const py::object& vectors,
+                                bool names) {
+  strix::ReadOptions options;
+  options.kinds = selected<strix::SolutionKind, std::bitset<3>>(
+      solutions, strix::solution_kind_named, "solution kind");
+  options.vectors = selected<strix::Vector, std::bitset<strix::kVectorCount>>(
+      vectors, strix::vector_named, "vector");
+  options.names = names;
+  return options;
+}
+
+std::string path_bytes(const py::object& path) {
+  return py::module_::import("os").attr("fsencode")(path).cast<std::string>();
+}
+
+Shared read(py::object source, const strix::ReadOptions& options) {
   const py::module_ os = py::module_::import("os");
   if (py::isinstance<py::str>(source) || py::isinstance(source, os.attr("PathLike"))) {
-    const std::string name = os.attr("fsencode")(source).cast<std::string>();
-    if (std::filesystem::path(name).extension() == ".gz") {
-      throw std::invalid_argument("Compression type '\".gz\"' not supported for input");
-    }
+    const std::string name = path_bytes(source);
     py::gil_scoped_release released;
-    if (name != "-.b" && name != "-.b.zst") return strix::read_solution_file(name);
-    strix::FDescReader in(stdin);  // the command's names for standard input
-    if (name == "-.b") return strix::read_solution(in);
-    strix::zstd::Reader decompressor(&in);
-    return strix::read_solution(decompressor);
+    return strix::read_solution_named(name, options);
   }
   if (PyObject_CheckBuffer(source.ptr())) {
     // Held contiguous and unresizable until the end of the read.
@@ -448,14 +530,62 @@ Shared read(py::object source) {
     const std::unique_ptr<Py_buffer, void (*)(Py_buffer*)> held(&bytes, PyBuffer_Release);
     py::gil_scoped_release released;
     strix::MemoryReader reader(bytes.buf, static_cast<std::size_t>(bytes.len));
-    return strix::read_solution(reader);
+    return strix::read_solution(reader, options);
   }
   if (py::hasattr(source, "read")) {
     PythonFileReader reader(source);
     py::gil_scoped_release released;
-    return strix::read_solution(reader);
+    return strix::read_solution(reader, options);
   }
   throw py::type_error("strix.read takes a path, a bytes-like object or a binary file");
+}
+
+// The Python exception a failure raises, as an object: strix.summary
+// reports failures of files without raising them.
+py::object exception_object(const std::exception_ptr& failure) {
+  try {
+    std::rethrow_exception(failure);
+  } catch (py::error_already_set& e) {
+    e.restore();
+  } catch (py::builtin_exception& e) {
+    e.set_error();
+  } catch (const std::bad_alloc&) {
+    PyErr_NoMemory();
+  } catch (const std::exception& e) {
+    if (!set_strix_error(std::current_exception())) PyErr_SetString(PyExc_RuntimeError, e.what());
+  }
+  PyObject *type, *value, *trace;
+  PyErr_Fetch(&type, &value, &trace);
+  PyErr_NormalizeException(&type, &value, &trace);
+  if (trace != nullptr) PyException_SetTraceback(value, trace);
+  Py_XDECREF(type);
+  Py_XDECREF(trace);
+  return py::reinterpret_steal<py::object>(value);
+}
+
+// Many paths read on C++ threads without the interpreter lock: a list of
+// solutions and, for the files that failed, exception objects. With
+// errors="raise", the first failure in the given order is raised.
+py::list read_many(const py::iterable& sources, const strix::ReadOptions& options, unsigned threads,
+                   bool raise) {
+  std::vector<std::filesystem::path> paths;
+  for (const py::handle source : sources)
+    paths.emplace_back(path_bytes(py::reinterpret_borrow<py::object>(source)));
+  std::vector<strix::FileRead> reads;
+  {
+    py::gil_scoped_release released;
+    reads = strix::read_solution_files(paths, options, threads, raise);
+  }
+  py::list out;
+  for (strix::FileRead& r : reads) {
+    if (r.failure && raise) std::rethrow_exception(r.failure);
+    if (r.failure) {
+      out.append(exception_object(r.failure));
+    } else {
+      out.append(std::shared_ptr<Solution>(std::move(r.solution)));
+    }
+  }
+  return out;
 }
 
 void convert(py::object infile, py::object outfile, int threads) {
@@ -481,26 +611,10 @@ PYBIND11_MODULE(_strix, m) {
   static py::exception<strix::IncompatibleFileError> incompatible(m, "IncompatibleFileError", base);
   static py::exception<strix::InconsistentSolution> inconsistent(m, "InconsistentSolution", base);
   static py::exception<strix::zstd::CompressionError> compression(m, "CompressionError", base);
-
+  error_types = {error.ptr(), format_error.ptr(), incompatible.ptr(), inconsistent.ptr(),
+                 compression.ptr()};
   py::register_exception_translator([](std::exception_ptr p) {
-    try {
-      std::rethrow_exception(p);
-    } catch (const strix::FormatError& e) {
-      format_error(e.what());
-    } catch (const strix::IncompatibleFileError& e) {
-      incompatible(e.what());
-    } catch (const strix::InconsistentSolution& e) {
-      inconsistent(e.what());
-    } catch (const strix::zstd::CompressionError& e) {
-      compression(e.what());
-    } catch (const strix::IOError& e) {
-      raise_os_error(e);
-    } catch (const strix::SameFileError& e) {
-      // As shutil.copyfile reports the same mistake; an OSError.
-      PyErr_SetString(py::module_::import("shutil").attr("SameFileError").ptr(), e.what());
-    } catch (const strix::Error& e) {
-      error(e.what());
-    }
+    if (!set_strix_error(p)) std::rethrow_exception(p);
   });
 
   m.attr("__version__") = STRIX_VERSION;
@@ -538,13 +652,15 @@ PYBIND11_MODULE(_strix, m) {
         return py::str("<strix.SolutionItem {}, numvar={} numcon={}>")
             .format(summary(*i.item), i.owner->numvar, i.owner->numcon);
       });
-  for (const auto& [name, keys] : kKeys) {
-    item.def_property_readonly(name,
-                               [keys](const Item& i) { return view(i.owner, i.item->*keys); });
-  }
-  for (const auto& [name, values] : kValues) {
-    item.def_property_readonly(name,
-                               [values](const Item& i) { return view(i.owner, i.item->*values); });
+  for (const strix::VectorInfo& v : strix::kVectors) {
+    const char* key = v.key.data();  // a literal: terminated, never freed
+    if (v.keys != nullptr) {
+      item.def_property_readonly(key,
+                                 [m = v.keys](const Item& i) { return view(i.owner, i.item->*m); });
+    } else {
+      item.def_property_readonly(
+          key, [m = v.values](const Item& i) { return view(i.owner, i.item->*m); });
+    }
   }
 
   py::class_<Solution, std::shared_ptr<Solution>>(m, "Solution")
@@ -594,10 +710,31 @@ PYBIND11_MODULE(_strix, m) {
       });
 
   m.def(
-      "read", [](py::object source) { return std::const_pointer_cast<Solution>(read(source)); },
-      py::arg("source"),
+      "read",
+      [](py::object source, py::object solutions, py::object vectors, bool names) {
+        return std::const_pointer_cast<Solution>(
+            read(source, read_options(solutions, vectors, names)));
+      },
+      py::arg("source"), py::kw_only(), py::arg("solutions") = py::none(),
+      py::arg("vectors") = py::none(), py::arg("names") = true,
       "Reads a solution file: a path (Zstandard when it ends in .zst; -.b and -.b.zst are "
-      "standard input), a bytes-like object or a binary file.");
+      "standard input), a bytes-like object or a binary file. solutions and vectors name the "
+      "solution kinds and vectors to keep (None: all), names whether to keep the name lists; "
+      "what is not kept is not stored, and where the source can seek, not read.");
+  m.def(
+      "read_many",
+      [](const py::iterable& sources, py::object solutions, py::object vectors, bool names,
+         int threads, bool raise) {
+        if (threads < 0) throw py::value_error("threads must be 0 (the machine's count) or more");
+        return read_many(sources, read_options(solutions, vectors, names),
+                         static_cast<unsigned>(threads), raise);
+      },
+      py::arg("sources"), py::kw_only(), py::arg("solutions") = py::none(),
+      py::arg("vectors") = py::none(), py::arg("names") = true, py::arg("threads") = 0,
+      py::arg("raise_first") = true,
+      "Reads many paths on `threads` C++ threads (0: the processors the process may use, capped "
+      "by STRIX_THREADS): a list of solutions, with the exception of each file that failed in "
+      "its place, or with raise_first the first failure raised.");
   m.def("convert", &convert, py::arg("infile"), py::arg("outfile"), py::kw_only(),
         py::arg("threads") = 0,
         "Converts infile to outfile as the strix command does, by their suffixes, on at most "

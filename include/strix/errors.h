@@ -94,6 +94,14 @@ class SameFileError : public Error {
   SameFileError(const std::string& in_path, const std::string& out_path);
 };
 
+// An input name the command refuses: `what()` is the line it prints
+// ("Compression type '\".gz\"' not supported for input").
+class UnsupportedInput : public Error {
+ public:
+  // `suffix` as the command quotes it.
+  explicit UnsupportedInput(std::string_view quoted_suffix);
+};
+
 namespace zstd {
 // The decompression library rejected the input, or the compression library
 // failed while writing an output.

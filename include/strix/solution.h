@@ -2,11 +2,14 @@
 #pragma once
 
 #include <array>        // std::array
+#include <bitset>       // std::bitset
 #include <cstdint>      // fixed-width integers
+#include <exception>    // std::exception_ptr
 #include <filesystem>   // std::filesystem::path
 #include <limits>       // quiet NaN
 #include <list>         // std::list
 #include <memory>       // std::unique_ptr
+#include <optional>     // std::optional
 #include <string>       // std::string
 #include <string_view>  // std::string_view
 #include <vector>       // std::vector
@@ -50,6 +53,80 @@ struct SolutionItem {
   Array<double> doty;        // sum(acc_pattern) values, unchecked
 };
 
+// The kinds of solution a file may hold, in file order.
+enum class SolutionKind : std::uint8_t { interior, basic, integer };
+inline constexpr std::array<std::string_view, 3> kSolutionKindNames{"interior", "basic", "integer"};
+
+// The vectors of a solution, each named by its key.
+enum class Vector : std::uint8_t {
+  skx,
+  skc,
+  skn,
+  xx,
+  slx,
+  sux,
+  snx,
+  xc,
+  y,
+  slc,
+  suc,
+  barx,
+  bars,
+  doty
+};
+inline constexpr std::size_t kVectorCount = 14;
+
+// What a vector's entries stand for: one per variable, constraint or cone,
+// or values that the bar variable or ACC pattern cuts into blocks.
+enum class Axis : std::uint8_t { variables, constraints, cones, barvar_blocks, acc_blocks };
+
+// One row of the table of vectors: exactly one of `keys` and `values` is set.
+struct VectorInfo {
+  Vector id;
+  std::string_view key;
+  Axis axis;
+  Array<std::uint8_t> SolutionItem::*keys;
+  Array<double> SolutionItem::*values;
+};
+
+// Every vector, in the order of Vector.
+inline constexpr std::array<VectorInfo, kVectorCount> kVectors{{
+    {Vector::skx, "skx", Axis::variables, &SolutionItem::skx, nullptr},
+    {Vector::skc, "skc", Axis::constraints, &SolutionItem::skc, nullptr},
+    {Vector::skn, "skn", Axis::cones, &SolutionItem::skn, nullptr},
+    {Vector::xx, "xx", Axis::variables, nullptr, &SolutionItem::xx},
+    {Vector::slx, "slx", Axis::variables, nullptr, &SolutionItem::slx},
+    {Vector::sux, "sux", Axis::variables, nullptr, &SolutionItem::sux},
+    {Vector::snx, "snx", Axis::variables, nullptr, &SolutionItem::snx},
+    {Vector::xc, "xc", Axis::constraints, nullptr, &SolutionItem::xc},
+    {Vector::y, "y", Axis::constraints, nullptr, &SolutionItem::y},
+    {Vector::slc, "slc", Axis::constraints, nullptr, &SolutionItem::slc},
+    {Vector::suc, "suc", Axis::constraints, nullptr, &SolutionItem::suc},
+    {Vector::barx, "barx", Axis::barvar_blocks, nullptr, &SolutionItem::barx},
+    {Vector::bars, "bars", Axis::barvar_blocks, nullptr, &SolutionItem::bars},
+    {Vector::doty, "doty", Axis::acc_blocks, nullptr, &SolutionItem::doty},
+}};
+
+// The kind or vector of that name, if there is one.
+std::optional<SolutionKind> solution_kind_named(std::string_view name);
+std::optional<Vector> vector_named(std::string_view name);
+
+// What a read keeps; the rest of the file is passed over, and where the
+// source can seek, not read. A vector not kept is empty, a solution kind not
+// kept is absent, name lists not kept are empty. Whatever is kept, a file
+// fails exactly as a full read of it fails. Statuses, objectives, counts,
+// patterns and information items are always kept.
+struct ReadOptions {
+  std::bitset<3> kinds{0b111};                                  // by SolutionKind
+  std::bitset<kVectorCount> vectors{(1u << kVectorCount) - 1};  // by Vector
+  bool names = true;                                            // var_names ... acc_names
+
+  bool keeps(SolutionKind k) const { return kinds.test(static_cast<std::size_t>(k)); }
+  bool keeps(Vector v) const { return vectors.test(static_cast<std::size_t>(v)); }
+  void keep(Vector v) { vectors.set(static_cast<std::size_t>(v)); }
+  void keep(SolutionKind k) { kinds.set(static_cast<std::size_t>(k)); }
+};
+
 // One solution file. Sizes are only checked where the reader says so: a
 // writer must not assume skn, barx, bars, doty, the status keys of the
 // variables or the name lists have the lengths the sizes suggest.
@@ -71,20 +148,44 @@ struct Solution {
 
   NameList var_names, barvar_names, con_names, cone_names, acc_names;
 
+  ReadOptions kept;  // what the read that made this solution kept
+
   Solution() = default;
   Solution(const Solution&) = delete;
   Solution& operator=(const Solution&) = delete;
 };
 
-// Reads a whole solution file from a reader (streams.h). Throws
-// IncompatibleFileError, FormatError or InconsistentSolution (errors.h) on a
-// bad file; the reader's own failures pass through.
-std::unique_ptr<Solution> read_solution(Reader& reader);
+// Reads a solution file from a reader (streams.h), keeping what `options`
+// asks for. Throws IncompatibleFileError, FormatError or
+// InconsistentSolution (errors.h) on a bad file; the reader's own failures
+// pass through.
+std::unique_ptr<Solution> read_solution(Reader& reader, const ReadOptions& options = {});
 
 // Reads the solution file at `path`, Zstandard-compressed when the name ends
 // in ".zst", plain otherwise. A path is only a path: "-.b" is a file of that
 // name (standard input is read_solution over an FDescReader of stdin). The
 // errors above, and IOError and zstd::CompressionError, name the file.
-std::unique_ptr<Solution> read_solution_file(const std::filesystem::path& path);
+std::unique_ptr<Solution> read_solution_file(const std::filesystem::path& path,
+                                             const ReadOptions& options = {});
+
+// Reads the solution file named as the strix command names its input:
+// "-.b" and "-.b.zst" are standard input, plain and Zstandard; any other
+// name as read_solution_file reads it, but that a name ending in ".gz" is
+// refused with UnsupportedInput.
+std::unique_ptr<Solution> read_solution_named(std::string_view name,
+                                              const ReadOptions& options = {});
+
+// Reads many files on `threads` threads (0: as many as the process may
+// use), each as read_solution_named does, and every failure names its
+// file. Entry i is file i's solution or,
+// where it failed, its exception and no solution. With `stop_at_failure`,
+// files after the first one (in the given order) that failed are not read.
+struct FileRead {
+  std::unique_ptr<Solution> solution;
+  std::exception_ptr failure;
+};
+std::vector<FileRead> read_solution_files(const std::vector<std::filesystem::path>& paths,
+                                          const ReadOptions& options, unsigned threads,
+                                          bool stop_at_failure);
 
 }  // namespace strix

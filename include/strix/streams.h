@@ -11,11 +11,16 @@
 namespace strix {
 
 // Pull interface over a byte source: an implementer gives read(), and may
-// give remaining_bound().
+// give skip() and remaining_bound().
 class Reader {
  public:
   // Stores up to n bytes at dst; fewer than n only at the end of the data.
   virtual std::uint64_t read(void* dst, std::uint64_t n) = 0;
+  // Passes over up to n bytes and says how many there were: fewer than n
+  // only at the end of the data, exactly as read() would have delivered.
+  // By default the bytes are read and dropped through a small buffer; a
+  // source that can seek overrides it.
+  virtual std::uint64_t skip(std::uint64_t n);
   // At most how many more bytes read() can deliver, or kUnknownRemaining.
   // Only a sizing hint: nothing relies on the data being there.
   static constexpr std::uint64_t kUnknownRemaining = ~std::uint64_t{0};
@@ -23,11 +28,14 @@ class Reader {
   virtual ~Reader() = default;
 };
 
-// Reads an already open C stream (standard input); never closes it.
+// Reads a file descriptor it does not own (standard input), through a
+// buffer of its own. A regular file skips by seeking.
 class FDescReader : public Reader {
  public:
-  explicit FDescReader(std::FILE* file) : file_(file) {}
+  explicit FDescReader(int fd);
+  ~FDescReader() override;
   std::uint64_t read(void* dst, std::uint64_t n) override;
+  std::uint64_t skip(std::uint64_t n) override;
   // Known for a regular file (also one given as standard input).
   std::uint64_t remaining_bound() override;
 
@@ -35,20 +43,26 @@ class FDescReader : public Reader {
   FDescReader& operator=(const FDescReader&) = delete;
 
  protected:
-  std::FILE* file_;
-};
-
-// Reads a file it owns and closes.
-class FileReader : public FDescReader {
- public:
-  explicit FileReader(std::FILE* file) : FDescReader(file) {}
-  // Opens `path` for reading through a large buffer of its own; throws
-  // IOError naming the path when it cannot be opened or is a folder.
-  explicit FileReader(const std::filesystem::path& path);
-  ~FileReader() override;
+  int fd_;
 
  private:
-  char* buffer_ = nullptr;
+  bool refill();
+  std::uint64_t file_size();  // of a regular file; kUnknownRemaining otherwise
+
+  char* buffer_;
+  std::uint64_t begin_ = 0;  // buffer_[begin_, end_) is read and not handed out
+  std::uint64_t end_ = 0;
+  std::uint64_t fill_;  // the next refill asks for this much (grows after a seek)
+  std::uint64_t size_ = 0;
+  bool sized_ = false;  // size_ is known
+};
+
+// Reads a file it opens, owns and closes.
+class FileReader : public FDescReader {
+ public:
+  // Throws IOError naming the path when it cannot be opened or is a folder.
+  explicit FileReader(const std::filesystem::path& path);
+  ~FileReader() override;
 };
 
 // Reads bytes in memory that the caller keeps alive.
@@ -57,6 +71,7 @@ class MemoryReader : public Reader {
   MemoryReader(const void* data, std::size_t size)
       : data_(static_cast<const unsigned char*>(data)), size_(size) {}
   std::uint64_t read(void* dst, std::uint64_t n) override;
+  std::uint64_t skip(std::uint64_t n) override;
   std::uint64_t remaining_bound() override { return size_ - pos_; }
 
  private:
@@ -73,6 +88,8 @@ class Reader : public strix::Reader {
   explicit Reader(strix::Reader* inner);
   ~Reader() override;
   std::uint64_t read(void* dst, std::uint64_t n) override;
+  // Decodes and drops, in the decoder's own buffer.
+  std::uint64_t skip(std::uint64_t n) override;
 
   Reader(const Reader&) = delete;
   Reader& operator=(const Reader&) = delete;

@@ -8,6 +8,10 @@
     strix.convert("model.b", "model.json.gz")   # what the strix command does
 
     item.variables()                            # a pandas DataFrame: name, status, xx...
+    strix.read("model.b", vectors=("xx",))      # only what is asked for is read
+    strix.summary("runs/*.b")                   # one row per file and solution
+
+strix.dask does the same on a Dask cluster, imported when used.
 
 Arrays are read-only views of the reader's own memory, kept alive by the
 views; an absent section reads as an empty array. Text from the file (names,
@@ -16,6 +20,9 @@ statuses, information items) is str with one character per byte:
 subclasses (FormatError, IncompatibleFileError, InconsistentSolution,
 CompressionError), OSError, or ValueError for names the command refuses.
 """
+
+import glob as _glob
+import os as _os
 
 import numpy as _np
 
@@ -26,8 +33,8 @@ from ._strix import (CompressionError, Error, FormatError, IncompatibleFileError
 
 # Python functions, unlike the native ones, pickle by their names, so that
 # pool.map(strix.read, files) can send them to worker processes.
-def read(source):
-    return _strix.read(source)
+def read(source, *, solutions=None, vectors=None, names=True):
+    return _strix.read(source, solutions=solutions, vectors=vectors, names=names)
 
 
 def convert(infile, outfile, *, threads=0):
@@ -45,6 +52,80 @@ def status_key_names(keys):
     return _KEY_NAMES[_np.asarray(keys, dtype=_np.uint8)]
 
 
+SUMMARY_COLUMNS = ("file", "kind", "prosta", "solsta", "pobj", "dobj", "numvar", "numcon",
+                   "numcone", "numbarvar", "numacc")
+
+
+def _paths(sources):
+    if isinstance(sources, (str, bytes)):
+        return sorted(_glob.glob(sources))
+    return list(sources)
+
+
+def _summary_rows(file, solution):
+    """The summary rows of one file: one per solution, or one with the file's
+    counts and no kind where it has none."""
+    counts = (solution.numvar, solution.numcon, solution.numcone, solution.numbarvar,
+              solution.numacc)
+    info = {**solution.info_f64, **solution.info_i64, **solution.info_i32}
+    items = [(kind, i.prosta, i.solsta, i.pobj, i.dobj) for kind, i in solution.solutions.items()]
+    return [(file, *item, *counts, info) for item in items or [(None,) * 5]]
+
+
+def _summary_table(rows, items=None, report=False):
+    """The DataFrame of summary rows (their last field the information items,
+    their optional error after it) with a column per item in `items`, by
+    default the union over the rows: float64, or Int64 for integer items."""
+    import pandas
+    if items is None:
+        items = sorted({name for row in rows for name in row[11]})
+    base = pandas.DataFrame([row[:11] for row in rows], columns=list(SUMMARY_COLUMNS))
+    for column in ("pobj", "dobj"):
+        base[column] = base[column].astype("float64")
+    for column in SUMMARY_COLUMNS[6:]:
+        base[column] = base[column].astype("Int64")
+    columns = {}
+    for name in items:
+        values = [row[11].get(name) for row in rows]
+        whole = all(v is None or isinstance(v, int) for v in values)
+        columns[name] = pandas.array(values, dtype="Int64" if whole else "float64")
+    table = pandas.concat([base, pandas.DataFrame(columns, index=base.index)], axis=1)
+    if report:
+        table["error"] = pandas.array([row[12] if len(row) > 12 else None for row in rows],
+                                      dtype=object)
+    return table
+
+
+def _error_text(error):
+    return f"{type(error).__name__}: {error}"
+
+
+def summary(sources, *, threads=0, errors="raise"):
+    """A pandas DataFrame of many solution files, one row per file and
+    solution in the order given: file, kind, prosta, solsta, pobj, dobj,
+    numvar, numcon, numcone, numbarvar, numacc, then a column per
+    information item (the union over the files; missing where a file lacks
+    it). sources is an iterable of paths, or one glob pattern (expanded in
+    sorted order). Files are read on `threads` C++ threads (0: as many as the
+    process may use, capped by STRIX_THREADS), keeping no vectors and no
+    names. errors="raise" raises the first failing file's exception;
+    errors="report" gives a failing file one row whose "error" column holds
+    the exception's type and message, and every other row None there."""
+    if errors not in ("raise", "report"):
+        raise ValueError(f"errors must be 'raise' or 'report', not {errors!r}")
+    files = _paths(sources)
+    reads = _strix.read_many(files, vectors=(), names=False, threads=threads,
+                             raise_first=errors == "raise")
+    rows = []
+    for file, got in zip(files, reads):
+        name = _os.fsdecode(file)
+        if isinstance(got, BaseException):
+            rows.append((name, *(None,) * 10, {}, _error_text(got)))
+        else:
+            rows += _summary_rows(name, got)
+    return _summary_table(rows, report=errors == "report")
+
+
 __all__ = ["__version__", "CompressionError", "Error", "FormatError", "IncompatibleFileError",
            "InconsistentSolution", "Solution", "SolutionItem", "convert", "read",
-           "status_key_name", "status_key_names"]
+           "status_key_name", "status_key_names", "summary"]

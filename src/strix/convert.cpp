@@ -5,12 +5,10 @@
 
 #include <algorithm>   // std::max
 #include <cerrno>      // errno, EISDIR, EIO
-#include <cstdio>      // std::setvbuf, stdin
 #include <filesystem>  // std::filesystem::path
 #include <fstream>     // std::filebuf
 #include <iostream>    // std::cout
 #include <memory>      // std::unique_ptr
-#include <mutex>       // std::once_flag
 #include <optional>    // std::optional
 #include <ostream>     // std::ostream
 #include <sstream>     // std::ostringstream
@@ -77,12 +75,7 @@ Input open_input(const fs::path& in_path, bool unchecked_files) {
   Input input;
   struct stat st;
   if (in_path == "-.b" || in_path == "-.b.zst") {
-    // Standard input gets a buffer of its own once, before it is first read;
-    // no line ends are translated on this platform.
-    static char stdin_buffer[kInputBuffer];
-    static std::once_flag buffered;
-    std::call_once(buffered, [] { std::setvbuf(stdin, stdin_buffer, _IOFBF, kInputBuffer); });
-    input.reader = std::make_unique<FDescReader>(stdin);
+    input.reader = std::make_unique<FDescReader>(STDIN_FILENO);
     if (fstat(STDIN_FILENO, &st) == 0) input.file.emplace(st.st_dev, st.st_ino);
     return input;
   }
@@ -203,7 +196,7 @@ Conversion::~Conversion() {
 Outcome Conversion::run() {
   const Names n = parse_names(in_name_, out_name_);
   if (n.in_compression == ".gz") {
-    return {2, "Compression type '" + quoted(n.in_compression) + "' not supported for input"};
+    return {2, UnsupportedInput(quoted(n.in_compression)).what()};
   }
 
   close();

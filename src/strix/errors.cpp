@@ -47,6 +47,9 @@ IOError::IOError(int error_number, const std::string& path, std::string_view act
   set_path(path);
 }
 
+UnsupportedInput::UnsupportedInput(std::string_view quoted_suffix)
+    : Error("Compression type '" + std::string(quoted_suffix) + "' not supported for input") {}
+
 SameFileError::SameFileError(const std::string& in_path, const std::string& out_path)
     : Error(fmt::format("input {} and output {} are the same file", in_path, out_path)) {}
 

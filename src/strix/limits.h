@@ -24,6 +24,15 @@ inline constexpr std::size_t kCopyBlock = std::size_t{1} << 18;
 
 // The input file's buffer, for the same reason.
 inline constexpr std::size_t kInputBuffer = std::size_t{1} << 18;
+// After a seek past an array the file is read again in pieces of this size,
+// doubling up to the buffer's: what follows a skipped array is mostly a
+// header or two and the next array to skip, and a summary of a file of
+// millions of variables reads some kilobytes of it.
+inline constexpr std::size_t kFirstFill = 4096;
+
+// Bytes skipped where the source cannot seek (a pipe, a decompressor) are
+// read and dropped through a buffer of this size on the stack.
+inline constexpr std::size_t kSkipScratch = std::size_t{1} << 14;
 
 // The writers gather this much formatted text before they hand it on, and a
 // pool thread formats a range of about this much into a piece of its own:

@@ -15,8 +15,6 @@ namespace {
 // as they are: no byte swapping is ever done.
 static_assert(std::endian::native == std::endian::little, "strix needs a little-endian host");
 
-constexpr std::size_t kBlock = 4096;  // chunk data moves through one such block
-
 // Array length prefix: the first byte's top three bits count the further
 // bytes (big-endian continuation), its low five bits start the value. The
 // byte 0xE0 alone announces the chunked form instead.
@@ -40,22 +38,17 @@ ArrayLength read_array_length(Reader& in) {
   return {false, bytes};
 }
 
-// Reads the chunks after the chunked mark, handing each piece to keep; a
-// chunk length of 0 (or the end of the data) ends the array.
-template <typename Keep>
-void read_chunks(Reader& in, Keep keep) {
-  char block[kBlock];
-  for (;;) {
-    std::uint64_t size = std::uint64_t{read_u8(in)} << 8;
-    size |= read_u8(in);
-    if (size == 0) return;
-    while (size > 0) {
-      const std::uint64_t want = std::min<std::uint64_t>(size, kBlock);
-      const std::uint64_t got = in.read(block, want);
-      keep(block, got);
-      if (got < want) return;
-      size -= got;
-    }
+// The length of the next chunk after the chunked mark; 0 (also at the end
+// of the data) ends the array.
+std::uint64_t read_chunk_size(Reader& in) {
+  std::uint64_t size = std::uint64_t{read_u8(in)} << 8;
+  return size | read_u8(in);
+}
+
+// Passes over the chunks after the chunked mark.
+void skip_chunks(Reader& in) {
+  for (std::uint64_t size; (size = read_chunk_size(in)) > 0;) {
+    if (in.skip(size) < size) return;
   }
 }
 
@@ -89,7 +82,7 @@ void read_typed(Reader& in, Vec& out, std::uint64_t expected) {
   const ArrayLength length = read_array_length(in);
   if (length.chunked) {
     // Only string payloads keep chunked data; typed arrays come back empty.
-    read_chunks(in, [](const char*, std::uint64_t) {});
+    skip_chunks(in);
     return;
   }
   read_plain(in, out, length.bytes, expected);
@@ -115,10 +108,27 @@ void read_exact_or_zero(Reader& in, void* dst, std::size_t n) {
 void read_bytes(Reader& in, std::string& out) {
   const ArrayLength length = read_array_length(in);
   if (length.chunked) {
-    read_chunks(in, [&out](const char* p, std::uint64_t n) { out.append(p, n); });
+    // A chunk is at most 65535 bytes: it is appended whole, then cut to
+    // what arrived.
+    for (std::uint64_t size; (size = read_chunk_size(in)) > 0;) {
+      const std::size_t old = out.size();
+      out.resize(old + size);
+      const std::uint64_t got = in.read(out.data() + old, size);
+      out.resize(old + got);
+      if (got < size) return;
+    }
     return;
   }
   read_plain(in, out, length.bytes, length.bytes);
+}
+
+std::uint64_t skip_array(Reader& in, std::size_t element_size) {
+  const ArrayLength length = read_array_length(in);
+  if (length.chunked) {
+    skip_chunks(in);
+    return 0;
+  }
+  return in.skip(length.bytes) / element_size;
 }
 
 void read_byte_array(Reader& in, Array<std::uint8_t>& out) {

@@ -50,4 +50,9 @@ void read_i64_array(Reader& in, Array<std::int64_t>& out, std::uint64_t expected
 void read_u64_array(Reader& in, Array<std::uint64_t>& out, std::uint64_t expected);  // "[L"
 void read_f64_array(Reader& in, Array<double>& out, std::uint64_t expected);         // "[d"
 
+// Passes over an array of any type without keeping it, and says how many
+// whole elements of `element_size` bytes a read would have kept: those the
+// length prefix announces and the data holds, 0 for the chunked form.
+std::uint64_t skip_array(Reader& in, std::size_t element_size);
+
 }  // namespace strix

@@ -1,12 +1,17 @@
 #include "strix/solution.h"
 
-#include <cstring>      // std::memcpy
+#include <atomic>   // the files' shared counters
+#include <cstring>  // std::memcpy
+#include <thread>   // std::jthread
+
+#include <unistd.h>     // STDIN_FILENO
 #include <numeric>      // std::accumulate
 #include <type_traits>  // std::is_same_v
 
 #include "strix/errors.h"
 #include "strix/record.h"
 #include "strix/streams.h"
+#include "strix/threads.h"  // machine_threads
 
 namespace strix {
 
@@ -61,7 +66,9 @@ std::uint64_t sum(const Array<std::uint64_t>& values) {
 
 class SolutionFileReader {
  public:
-  explicit SolutionFileReader(Reader& in) : in_(in) {}
+  SolutionFileReader(Reader& in, const ReadOptions& options) : in_(in), options_(options) {
+    sol_->kept = options;
+  }
 
   std::unique_ptr<Solution> read();
 
@@ -83,7 +90,13 @@ class SolutionFileReader {
     require(name, "I", line, message);
     return read_scalar<std::int32_t>(in_);
   }
-  void read_item(std::string_view s);
+  void read_item(std::string_view s, SolutionKind kind);
+  // A typed array of the item into `out` where it is kept, passed over where
+  // not; either way the count a read keeps, for the length checks.
+  template <typename T>
+  std::uint64_t take(Array<T>& out, Vector v, std::uint64_t expected);
+  // A string payload that is read and not kept.
+  void pass_bytes() { skip_array(in_, 1); }
   // One information group: a byte of length per name, the names, the values.
   template <typename T>
   void read_info(InfoGroup<T>& group, Array<std::uint8_t>& lengths, std::int32_t line,
@@ -103,6 +116,8 @@ class SolutionFileReader {
   std::uint32_t numcon() const { return static_cast<std::uint32_t>(sol_->numcon); }
 
   Reader& in_;
+  const ReadOptions& options_;
+  bool keep_item_ = true;  // the solution being read is kept
   HeaderScratch scratch_;
   SectionHeader header_;
   std::unique_ptr<Solution> sol_ = std::make_unique<Solution>();
@@ -116,9 +131,20 @@ class SolutionFileReader {
   throw InconsistentSolution(text);
 }
 
-void SolutionFileReader::read_item(std::string_view s) {
+template <typename T>
+std::uint64_t SolutionFileReader::take(Array<T>& out, Vector v, std::uint64_t expected) {
+  if (!keep_item_ || !options_.keeps(v)) return skip_array(in_, sizeof(T));
+  if constexpr (std::is_same_v<T, double>) read_f64_array(in_, out, expected);
+  if constexpr (std::is_same_v<T, std::uint8_t>) read_byte_array(in_, out);
+  return out.size();
+}
+
+void SolutionFileReader::read_item(std::string_view s, SolutionKind kind) {
   if (!format_is("[B[B")) fail(1116, "Expected section 'sol/xxx'");
-  SolutionItem& item = sol_->solutions.emplace_back();
+  // A kind that is not kept is read into an item of its own and dropped.
+  keep_item_ = options_.keeps(kind);
+  SolutionItem dropped;
+  SolutionItem& item = keep_item_ ? sol_->solutions.emplace_back() : dropped;
   item.kind = s.substr(4);
   read_bytes(in_, item.prosta);
   read_bytes(in_, item.solsta);
@@ -138,61 +164,60 @@ void SolutionFileReader::read_item(std::string_view s) {
   // is not compared with numvar: files with short status arrays exist, and
   // the writers cope with them.
   if (!at(s, "/var/sta") || !format_is("[B")) fail(1156, "Expected section 'sol/xxx/var/sta'");
-  read_byte_array(in_, item.skx);
+  take(item.skx, Vector::skx, UINT64_MAX);
   next();
 
   if (at(s, "/var/primal")) {
     if (!format_is("[d")) fail(1162, "Invalid format in 'sol/xxx/var/primal'");
-    read_f64_array(in_, item.xx, numvar());
-    if (item.xx.size() != numvar()) inconsistent(s, "/var/primal");
+    if (take(item.xx, Vector::xx, numvar()) != numvar()) inconsistent(s, "/var/primal");
     next();
   }
   if (at(s, "/var/dual")) {
     const bool with_snx = format_is("[d[d[d");
     if (!with_snx && !format_is("[d[d")) fail(1172, "Invalid format in 'sol/xxx/var/dual'");
-    read_f64_array(in_, item.slx, numvar());
-    read_f64_array(in_, item.sux, numvar());
-    if (with_snx) read_f64_array(in_, item.snx, numvar());
+    const std::uint64_t slx = take(item.slx, Vector::slx, numvar());
+    const std::uint64_t sux = take(item.sux, Vector::sux, numvar());
+    const std::uint64_t snx = with_snx ? take(item.snx, Vector::snx, numvar()) : 0;
     // The texts name var/primal for the duals too; users match on them.
-    if (item.slx.size() != numvar()) inconsistent(s, "/var/primal - slx");
-    if (item.sux.size() != item.slx.size()) inconsistent(s, "/var/primal - sux");
-    if (with_snx && item.snx.size() != numvar()) inconsistent(s, "/var/primal - snx");
+    if (slx != numvar()) inconsistent(s, "/var/primal - slx");
+    if (sux != slx) inconsistent(s, "/var/primal - sux");
+    if (with_snx && snx != numvar()) inconsistent(s, "/var/primal - snx");
     next();
   }
   // Bar-variable values are as many as the pattern's sum; never checked.
   if (at(s, "/barvar/primal")) {
     if (!format_is("[d")) fail(1191, "Invalid format in 'sol/xxx/barvar/primal'");
-    read_f64_array(in_, item.barx, barvar_total_);
+    take(item.barx, Vector::barx, barvar_total_);
     next();
   }
   if (at(s, "/barvar/dual")) {
     if (!format_is("[d")) fail(1198, "Invalid format in 'sol/xxx/barvar/dual'");
-    read_f64_array(in_, item.bars, barvar_total_);
+    take(item.bars, Vector::bars, barvar_total_);
     next();
   }
   // Without constraint statuses the constraint values are skipped too: the
   // header in hand is next tried as the cone statuses.
+  std::uint64_t skc = 0;
   if (at(s, "/con/sta")) {
     if (!format_is("[B")) fail(1207, "Expected section 'sol/xxx/con/sta'");
-    read_byte_array(in_, item.skc);
-    if (item.skc.size() != numcon()) inconsistent(s, "/con/sta");
+    skc = take(item.skc, Vector::skc, UINT64_MAX);
+    if (skc != numcon()) inconsistent(s, "/con/sta");
     next();
     if (at(s, "/con/primal")) {
       if (!format_is("[d")) fail(1215, "Invalid format in 'sol/xxx/con/primal'");
-      read_f64_array(in_, item.xc, numcon());
-      if (item.xc.size() != numcon()) inconsistent(s, "/con/primal");
+      if (take(item.xc, Vector::xc, numcon()) != numcon()) inconsistent(s, "/con/primal");
       next();
     }
     if (at(s, "/con/dual")) {
       if (!format_is("[d[d[d")) fail(1224, "Invalid format in 'sol/xxx/con/dual'");
-      // Sized by numvar, as solution files have always been read; it only
-      // affects the first allocation.
-      read_f64_array(in_, item.y, numvar());
-      read_f64_array(in_, item.slc, numvar());
-      read_f64_array(in_, item.suc, numvar());
-      if (item.y.size() != numcon()) inconsistent(s, "/con/dual - y");
-      if (item.slc.size() != item.y.size()) inconsistent(s, "/con/dual - slc");
-      if (item.suc.size() != item.y.size()) inconsistent(s, "/con/dual - sxc");  // sic: "sxc"
+      // Sized by numvar, as solution files are read; it only affects the
+      // first allocation.
+      const std::uint64_t y = take(item.y, Vector::y, numvar());
+      const std::uint64_t slc = take(item.slc, Vector::slc, numvar());
+      const std::uint64_t suc = take(item.suc, Vector::suc, numvar());
+      if (y != numcon()) inconsistent(s, "/con/dual - y");
+      if (slc != y) inconsistent(s, "/con/dual - slc");
+      if (suc != y) inconsistent(s, "/con/dual - sxc");  // sic: "sxc"
       next();
     }
   }
@@ -200,13 +225,13 @@ void SolutionFileReader::read_item(std::string_view s) {
     // The constraint-status message and check are reused here on purpose:
     // the cone statuses themselves are never counted.
     if (!format_is("[B")) fail(1241, "Expected section 'sol/xxx/con/sta'");
-    read_byte_array(in_, item.skn);
-    if (item.skc.size() != numcon()) inconsistent(s, "/con/sta");
+    take(item.skn, Vector::skn, UINT64_MAX);
+    if (skc != numcon()) inconsistent(s, "/con/sta");
     next();
   }
   if (at(s, "/acc/dual")) {
     if (!format_is("[d")) fail(1250, "Invalid format in 'sol/xxx/acc/dual'");
-    read_f64_array(in_, item.doty, acc_total_);
+    take(item.doty, Vector::doty, acc_total_);
     next();
   }
 }
@@ -219,10 +244,7 @@ std::unique_ptr<Solution> SolutionFileReader::read() {
   std::memcpy(&mark, head, sizeof mark);
   if (mark != kSolutionMark) throw IncompatibleFileError(kSourceFile, 1036, mark, length);
   require("NLOSOLN", "[B", 1041, "Expected section 'NLOSOLN'");
-  {
-    std::string discarded;
-    read_bytes(in_, discarded);
-  }
+  pass_bytes();
   require("version", "III", 1046, "Expected section 'version'");
   for (std::int32_t& v : sol.version) v = read_scalar<std::int32_t>(in_);
   sol.numvar = read_i32_scalar("numvar", 1051, "Expected section 'numvar'");
@@ -254,13 +276,19 @@ std::unique_ptr<Solution> SolutionFileReader::read() {
     std::size_t kind = from;
     while (kind < std::size(kSolutionKinds) && !at(kSolutionKinds[kind])) ++kind;
     if (kind == std::size(kSolutionKinds)) break;
-    read_item(kSolutionKinds[kind]);
+    read_item(kSolutionKinds[kind], static_cast<SolutionKind>(kind));
     from = kind + 1;
   }
 
   for (const NamesSection& section : kNamesSections) {
     if (!at(section.name)) continue;
     if (!format_is("[I[B")) fail(1270, "Expected names section to have format '[I[B'");
+    if (!options_.names) {
+      skip_array(in_, sizeof(std::uint32_t));
+      pass_bytes();
+      next();
+      continue;
+    }
     Array<std::uint32_t> lengths;
     read_u32_array(in_, lengths, UINT64_MAX);
     NameList& list = sol.*section.list;
@@ -272,14 +300,12 @@ std::unique_ptr<Solution> SolutionFileReader::read() {
   // here, whatever its length, fails as "Expected 'inf/f64'" below.
   if (at("name/problem")) {
     if (!format_is("[B")) fail(1291, "Expected problem name to have format '[B'");
-    std::string discarded;
-    read_bytes(in_, discarded);
+    pass_bytes();
     next();
   }
   if (at("name/objective")) {
     if (!format_is("[B")) fail(1300, "Expected objective name to have format '[B'");
-    std::string discarded;
-    read_bytes(in_, discarded);
+    pass_bytes();
     next();
   }
 
@@ -300,20 +326,79 @@ std::unique_ptr<Solution> SolutionFileReader::read() {
 
 }  // namespace
 
-std::unique_ptr<Solution> read_solution(Reader& reader) {
-  return SolutionFileReader(reader).read();
+std::optional<SolutionKind> solution_kind_named(std::string_view name) {
+  for (std::size_t k = 0; k < kSolutionKindNames.size(); ++k) {
+    if (kSolutionKindNames[k] == name) return static_cast<SolutionKind>(k);
+  }
+  return std::nullopt;
 }
 
-std::unique_ptr<Solution> read_solution_file(const std::filesystem::path& path) {
+std::optional<Vector> vector_named(std::string_view name) {
+  for (const VectorInfo& v : kVectors) {
+    if (v.key == name) return v.id;
+  }
+  return std::nullopt;
+}
+
+std::unique_ptr<Solution> read_solution(Reader& reader, const ReadOptions& options) {
+  return SolutionFileReader(reader, options).read();
+}
+
+std::unique_ptr<Solution> read_solution_file(const std::filesystem::path& path,
+                                             const ReadOptions& options) {
   try {
     FileReader file(path);
-    if (path.extension() != ".zst") return read_solution(file);
+    if (path.extension() != ".zst") return read_solution(file, options);
     zstd::Reader decompressor(&file);
-    return read_solution(decompressor);
+    return read_solution(decompressor, options);
   } catch (Error& e) {
     e.set_path(path.string());
     throw;
   }
+}
+
+std::unique_ptr<Solution> read_solution_named(std::string_view name, const ReadOptions& options) {
+  const std::filesystem::path path(name);
+  if (path.extension() == ".gz") throw UnsupportedInput("\".gz\"");
+  if (name != "-.b" && name != "-.b.zst") return read_solution_file(path, options);
+  FDescReader in(STDIN_FILENO);
+  if (name == "-.b") return read_solution(in, options);
+  zstd::Reader decompressor(&in);
+  return read_solution(decompressor, options);
+}
+
+std::vector<FileRead> read_solution_files(const std::vector<std::filesystem::path>& paths,
+                                          const ReadOptions& options, unsigned threads,
+                                          bool stop_at_failure) {
+  std::vector<FileRead> reads(paths.size());
+  // Each thread takes the next file not yet taken; with stop_at_failure a
+  // file after the first failed one is left unread.
+  std::atomic<std::size_t> next{0};
+  std::atomic<std::size_t> first_failure{paths.size()};
+  auto work = [&] {
+    for (std::size_t i; (i = next.fetch_add(1)) < paths.size();) {
+      if (stop_at_failure && i > first_failure.load()) break;
+      try {
+        try {
+          reads[i].solution = read_solution_named(paths[i].native(), options);
+        } catch (Error& e) {
+          e.set_path(paths[i].string());
+          throw;
+        }
+      } catch (...) {
+        reads[i].failure = std::current_exception();
+        for (std::size_t f = first_failure.load(); i < f;) {
+          if (first_failure.compare_exchange_weak(f, i)) break;
+        }
+      }
+    }
+  };
+  const std::size_t n =
+      std::min<std::size_t>(threads == 0 ? machine_threads() : threads, paths.size());
+  std::vector<std::jthread> pool;
+  for (std::size_t t = 1; t < n; ++t) pool.emplace_back(work);
+  work();
+  return reads;
 }
 
 }  // namespace strix

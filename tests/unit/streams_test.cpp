@@ -10,6 +10,9 @@
 #include <memory>   // std::make_unique
 #include <sstream>  // std::stringbuf
 #include <string>   // std::string
+#include <thread>   // std::thread
+
+#include <unistd.h>  // pipe, write, lseek
 
 #include <gtest/gtest.h>
 
@@ -30,19 +33,18 @@ std::string zstd_frame(const std::string& data, int level) {
 
 TEST(ZstdReader, ZeroByteRequestsAndCorruptFrames) {
   std::string data = zstd_frame("abc", 3) + zstd_frame("\xE9\xFF\x41\x00"s, 19);
-  std::FILE* file = fmemopen(data.data(), data.size(), "rb");
-  strix::FileReader inner(file);
+  strix::MemoryReader inner(data.data(), data.size());
   strix::zstd::Reader r(&inner);
   char buf[8];
   EXPECT_EQ(r.read(buf, 0), 0u);
-  EXPECT_EQ(std::ftell(file), 0);  // nothing fetched for a request of zero bytes
+  EXPECT_EQ(inner.remaining_bound(), data.size());  // nothing fetched for zero bytes
   EXPECT_EQ(r.read(buf, 3), 3u);
   EXPECT_EQ(std::string(buf, 3), "abc");
   EXPECT_EQ(r.read(buf, 8), 4u);  // the second frame follows the first
   EXPECT_EQ(std::string(buf, 4), "\xE9\xFF\x41\x00"s);
   // A corrupt frame throws at the call that decodes it; then the data has ended.
   std::string bad = zstd_frame("hello", 3) + "junk";
-  strix::FileReader bad_inner(fmemopen(bad.data(), bad.size(), "rb"));
+  strix::MemoryReader bad_inner(bad.data(), bad.size());
   strix::zstd::Reader r2(&bad_inner);
   EXPECT_EQ(r2.read(buf, 5), 5u);
   EXPECT_THROW(r2.read(buf, 1), strix::zstd::CompressionError);
@@ -59,11 +61,20 @@ TEST(FileReader, ReservationFromWhatIsLeft) {
     const auto d = static_cast<double>(i);
     data.append(reinterpret_cast<const char*>(&d), sizeof d);
   }
+  std::FILE* file = std::tmpfile();
+  std::fwrite(data.data(), 1, data.size(), file);
+  std::fflush(file);
   for (const bool sized : {true, false}) {
-    std::FILE* file = sized ? std::tmpfile() : fmemopen(data.data(), data.size(), "rb");
-    if (sized) std::fwrite(data.data(), 1, data.size(), file);
-    std::rewind(file);
-    strix::FileReader in(file);
+    // Unsized: the same bytes through a pipe.
+    int fds[2] = {fileno(file), -1};
+    ASSERT_TRUE(sized || pipe(fds) == 0);
+    std::thread feed([&] {
+      if (sized) return;
+      EXPECT_EQ(write(fds[1], data.data(), data.size()), std::ssize(data));
+      close(fds[1]);
+    });
+    lseek(fds[0], 0, SEEK_SET);
+    strix::FDescReader in(fds[0]);
     EXPECT_EQ(in.remaining_bound(), sized ? data.size() : strix::Reader::kUnknownRemaining);
     unsigned char first = 0;
     EXPECT_EQ(in.read(&first, 1), 1u);
@@ -71,6 +82,8 @@ TEST(FileReader, ReservationFromWhatIsLeft) {
     EXPECT_EQ(in.remaining_bound(), sized ? data.size() - 1 : strix::Reader::kUnknownRemaining);
     strix::Array<double> out;
     strix::read_f64_array(in, out, n);
+    feed.join();
+    if (!sized) close(fds[0]);
     ASSERT_EQ(out.size(), n);
     for (std::uint64_t i = 0; i < n; ++i) ASSERT_EQ(out[i], static_cast<double>(i));
     EXPECT_TRUE(!sized || out.capacity() == n);
