@@ -20,5 +20,5 @@ setup(
     cmake_install_dir="python",
     python_requires=">=3.9",
     install_requires=["numpy"],
-    extras_require={"pandas": ["pandas"]},
+    extras_require={"pandas": ["pandas"], "dask": ["pandas", "dask[dataframe]", "distributed"]},
 )

@@ -73,22 +73,25 @@ def _summary_rows(file, solution):
 
 
 def _summary_table(rows, items=None, report=False):
-    """The DataFrame of summary rows (their last field the information items,
-    their optional error after it) with a column per item in `items`, by
-    default the union over the rows: float64, or Int64 for integer items."""
+    """The DataFrame of summary rows (their 12th field the information items,
+    their optional error after it) with a column per item of `items`, a dict
+    of names to dtypes (by default the union over the rows, sorted; Int64
+    for integer items, float64 for the others)."""
     import pandas
     if items is None:
-        items = sorted({name for row in rows for name in row[11]})
+        values = {}
+        for row in rows:
+            for name, value in row[11].items():
+                values.setdefault(name, set()).add(type(value))
+        items = {name: "Int64" if types == {int} else "float64"
+                 for name, types in sorted(values.items())}
     base = pandas.DataFrame([row[:11] for row in rows], columns=list(SUMMARY_COLUMNS))
     for column in ("pobj", "dobj"):
         base[column] = base[column].astype("float64")
     for column in SUMMARY_COLUMNS[6:]:
         base[column] = base[column].astype("Int64")
-    columns = {}
-    for name in items:
-        values = [row[11].get(name) for row in rows]
-        whole = all(v is None or isinstance(v, int) for v in values)
-        columns[name] = pandas.array(values, dtype="Int64" if whole else "float64")
+    columns = {name: pandas.array([row[11].get(name) for row in rows], dtype=dtype)
+               for name, dtype in items.items()}
     table = pandas.concat([base, pandas.DataFrame(columns, index=base.index)], axis=1)
     if report:
         table["error"] = pandas.array([row[12] if len(row) > 12 else None for row in rows],
@@ -96,34 +99,43 @@ def _summary_table(rows, items=None, report=False):
     return table
 
 
-def _error_text(error):
-    return f"{type(error).__name__}: {error}"
+def _check_errors(errors):
+    """Whether failures are reported in the table (or raised)."""
+    if errors not in ("raise", "report"):
+        raise ValueError(f"errors must be 'raise' or 'report', not {errors!r}")
+    return errors == "report"
+
+
+def _summary_reads(files, threads, report):
+    """The summary rows of the files, read keeping no vectors and no names;
+    a failed file's row ends in its exception's type and message."""
+    rows = []
+    reads = _strix.read_many(files, vectors=(), names=False, threads=threads,
+                             raise_first=not report)
+    for file, got in zip(files, reads):
+        name = _os.fsdecode(file)
+        if isinstance(got, BaseException):
+            rows.append((name, *(None,) * 10, {}, f"{type(got).__name__}: {got}"))
+        else:
+            rows += _summary_rows(name, got)
+    return rows
 
 
 def summary(sources, *, threads=0, errors="raise"):
     """A pandas DataFrame of many solution files, one row per file and
-    solution in the order given: file, kind, prosta, solsta, pobj, dobj,
-    numvar, numcon, numcone, numbarvar, numacc, then a column per
-    information item (the union over the files; missing where a file lacks
-    it). sources is an iterable of paths, or one glob pattern (expanded in
-    sorted order). Files are read on `threads` C++ threads (0: as many as the
-    process may use, capped by STRIX_THREADS), keeping no vectors and no
-    names. errors="raise" raises the first failing file's exception;
+    solution in the order given (one row without a kind for a file that has
+    no solution): file, kind, prosta, solsta, pobj, dobj, numvar, numcon,
+    numcone, numbarvar, numacc, then a column per information item, sorted
+    (the union over the files; missing where a file lacks it). sources is an
+    iterable of paths, or one glob pattern (expanded in sorted order). Files
+    are read on `threads` C++ threads (0: as many as the process may use,
+    capped by STRIX_THREADS), keeping no vectors and no names.
+    errors="raise" raises the first failing file's exception;
     errors="report" gives a failing file one row whose "error" column holds
     the exception's type and message, and every other row None there."""
-    if errors not in ("raise", "report"):
-        raise ValueError(f"errors must be 'raise' or 'report', not {errors!r}")
+    report = _check_errors(errors)
     files = _paths(sources)
-    reads = _strix.read_many(files, vectors=(), names=False, threads=threads,
-                             raise_first=errors == "raise")
-    rows = []
-    for file, got in zip(files, reads):
-        name = _os.fsdecode(file)
-        if isinstance(got, BaseException):
-            rows.append((name, *(None,) * 10, {}, _error_text(got)))
-        else:
-            rows += _summary_rows(name, got)
-    return _summary_table(rows, report=errors == "report")
+    return _summary_table(_summary_reads(files, threads, report), report=report)
 
 
 __all__ = ["__version__", "CompressionError", "Error", "FormatError", "IncompatibleFileError",

@@ -1,7 +1,11 @@
 # Types of the package, for editors and type checkers.
+from typing import Iterable, Literal, Union
+
 import numpy
+import pandas
 from numpy.typing import ArrayLike, NDArray
 
+from . import _strix
 from ._strix import CompressionError as CompressionError
 from ._strix import Error as Error
 from ._strix import FormatError as FormatError
@@ -15,3 +19,5 @@ from ._strix import read as read
 from ._strix import status_key_name as status_key_name
 
 def status_key_names(keys: ArrayLike) -> NDArray[numpy.str_]: ...
+def summary(sources: Union[str, bytes, Iterable[_strix.Path]], *, threads: int = 0,
+            errors: Literal["raise", "report"] = "raise") -> pandas.DataFrame: ...

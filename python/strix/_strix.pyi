@@ -1,6 +1,6 @@
 # Types of the native part, for editors and type checkers.
 import os
-from typing import IO, Dict, List, Tuple, Union
+from typing import IO, Dict, Iterable, List, Optional, Tuple, Union
 
 import numpy
 import pandas
@@ -100,6 +100,12 @@ class Solution:
     @property
     def info_f64(self) -> Dict[str, float]: ...
 
-def read(source: Source) -> Solution: ...
+Names = Optional[Union[str, Iterable[str]]]
+
+def read(source: Source, *, solutions: Names = None, vectors: Names = None,
+         names: bool = True) -> Solution: ...
+def read_many(sources: Iterable[Path], *, solutions: Names = None, vectors: Names = None,
+              names: bool = True, threads: int = 0,
+              raise_first: bool = True) -> List[Union[Solution, Exception]]: ...
 def convert(infile: Path, outfile: Path, *, threads: int = 0) -> None: ...
 def status_key_name(key: int) -> str: ...
