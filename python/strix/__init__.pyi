@@ -1,5 +1,5 @@
 # Types of the package, for editors and type checkers.
-from typing import Iterable, Literal, Union
+from typing import Iterable, Literal, Tuple, Union
 
 import numpy
 import pandas
@@ -19,5 +19,7 @@ from ._strix import read as read
 from ._strix import status_key_name as status_key_name
 
 def status_key_names(keys: ArrayLike) -> NDArray[numpy.str_]: ...
+SUMMARY_COLUMNS: Tuple[str, ...]
+
 def summary(sources: Union[str, bytes, Iterable[_strix.Path]], *, threads: int = 0,
             errors: Literal["raise", "report"] = "raise") -> pandas.DataFrame: ...

@@ -4,6 +4,8 @@
 # command's JSON document and text report and pandas' own comparison.
 
 import ast
+import glob
+import io
 import json
 import os
 import pickle
@@ -20,7 +22,7 @@ import pandas
 import strix
 from pandas.testing import assert_frame_equal
 
-from e2e import (COUNTS, EXAMPLE, RAW, ROOT, SMALL, STRIX, Case, full_file, full_item,
+from e2e import (COUNTS, EXAMPLE, RAW, ROOT, SMALL, STRIX, Case, full_file, full_item, noisy,
                  readme_blocks)
 from solgen import Item, SolutionFile
 
@@ -62,13 +64,45 @@ def report_rows(text):
 
 
 # Everything a solution holds, in plain Python values; arrays and objectives
-# as bytes.
-def fields(s):
+# as bytes. With a selection (kinds, vectors, names), what a read that keeps
+# only those holds: the rest empty or absent.
+def fields(s, kinds=None, vectors=ARRAYS, names=True):
     return ([getattr(s, k) for k in ("version", *COUNTS, "info_i32", "info_i64", "info_f64")] +
-            [getattr(s, k + "_names") for k in KINDS] +
+            [getattr(s, k + "_names") if names else [] for k in KINDS] +
             [s.barvar_pattern.tobytes(), s.acc_pattern.tobytes()] +
             [(k, i.kind, i.prosta, i.solsta, struct.pack("dd", i.pobj, i.dobj),
-              *(getattr(i, a).tobytes() for a in ARRAYS)) for k, i in s.solutions.items()])
+              *(getattr(i, a).tobytes() if a in vectors else b"" for a in ARRAYS))
+             for k, i in s.solutions.items() if kinds is None or k in kinds])
+
+
+# A binary file that Python reads and cannot seek (a pipe, a socket).
+class Unseekable(io.BytesIO):
+    def seekable(self):
+        return False
+
+
+# The summary table made by hand from full reads: a row per file and
+# solution, information items as columns (Int64 or float64 by their group),
+# missing where a file lacks one; a file that fails has one row of its error.
+def summary_by_hand(files, report=False):
+    rows, items = [], {}
+    for f in files:
+        row = dict.fromkeys([*strix.SUMMARY_COLUMNS, "error"], None) | {"file": f}
+        try:
+            s = strix.read(f)
+        except Exception as e:
+            rows.append(row | {"error": f"{type(e).__name__}: {e}"})
+            continue
+        for group, dtype in (s.info_f64, "float64"), (s.info_i32, "Int64"), (s.info_i64, "Int64"):
+            items |= dict.fromkeys(group, dtype)
+            row |= group
+        for kind, i in s.solutions.items() or [(None, None)]:
+            rows.append(row | {k: getattr(s, k) for k in COUNTS} | {"kind": kind} | {
+                k: getattr(i, k, None) for k in ("prosta", "solsta", "pobj", "dobj")})
+    table = pandas.DataFrame(rows, columns=[*strix.SUMMARY_COLUMNS, *sorted(items), "error"])
+    table = table.astype({"pobj": "float64", "dobj": "float64"} |
+                         dict.fromkeys(COUNTS, "Int64") | items)
+    return table if report else table.drop(columns="error")
 
 
 class Python(Case):
@@ -161,6 +195,103 @@ class Python(Case):
                              for k, v in (("xx", [1, 0.0]), ("doty", [1, 2, 0.0]))]):
             self.assertNotEqual(self.load(one)[0], self.load(other)[0])
 
+    # A read that keeps part of a file holds what a full read holds of it and
+    # fails as the full read fails, from every kind of source, also for
+    # files that end anywhere; what is not kept is not read where the source
+    # can seek; tables have the columns that were kept; unknown names are
+    # refused by name.
+    def test_selective_reads(self):
+        import random
+        rng = random.Random(5)
+        whole = full_file().to_bytes()
+        for n, sf in enumerate(FILES[1:5] + [RAW] + [whole[:k] for k in range(0, len(whole), 11)]):
+            data = sf if isinstance(sf, bytes) else sf.to_bytes()
+            self.write("f.b", data)
+            self.write("f.b.zst", self.tool("zstd", "-c", stdin=data))
+            try:
+                full, failure = strix.read(data), None
+            except strix.Error as e:
+                full, failure = None, (type(e), str(e))
+            for source in ("f.b", "f.b.zst", data, io.BytesIO(data), Unseekable(data)):
+                kinds = rng.sample(["interior", "basic", "integer"], rng.randrange(4))
+                vectors = rng.sample(ARRAYS, rng.randrange(len(ARRAYS) + 1))
+                names = rng.random() < 0.5
+                src = os.path.join(self.dir, source) if isinstance(source, str) else source
+                try:
+                    got = strix.read(src, solutions=kinds, vectors=vectors, names=names)
+                except strix.Error as e:
+                    self.assertEqual((type(e), str(e).removeprefix(f"{src}: ")), failure, n)
+                    continue
+                self.assertEqual(fields(got), fields(full, kinds, vectors, names), (n, source))
+        got = strix.read(EXAMPLE, vectors=("xx", "skc", "y"), names=False, solutions="basic")
+        item = got.solutions["basic"]
+        self.assertEqual([list(got.solutions), list(item.variables()), list(item.constraints())],
+                         [["basic"], ["xx"], ["status", "y"]])
+        # Only some kilobytes of a large file are read, through a path or a
+        # Python file that seeks.
+        self.write("big.b", noisy(100_000))
+        path = os.path.join(self.dir, "big.b")
+        file = open(path, "rb")
+        self.addCleanup(file.close)
+        rchar = lambda: int(Path("/proc/self/io").read_text().split()[1])  # noqa: E731
+        for source in path, file:
+            start = rchar()
+            self.assertEqual(strix.read(source, vectors=()).numvar, 100_000)
+            self.assertLess(rchar() - start, 64 << 10)
+        for kw, name in (dict(vectors=("xx", "yy")), "'yy'"), (dict(solutions=["best"]), "'best'"):
+            self.assertRaisesRegex(ValueError, name, strix.read, EXAMPLE, **kw)
+
+    # strix.summary: a row per file and solution, by glob or list, on any
+    # number of threads, equals the table made from full reads; failures are
+    # raised (the first, naming its file) or reported in their rows.
+    def test_summary(self):
+        sfs = [full_file(i + 1, info_i32=[(b"iter", i)], info_f64=[(b"t%d" % (i % 2), i / 3)],
+                         kinds=("interior", "basic", "integer")[i % 4:]) for i in range(5)]
+        for i, sf in enumerate(sfs + [b"ABCD", full_file(solutions=[full_item(xx=[1])])]):
+            self.write(f"r{i}.b", sf)
+        files = sorted(glob.glob(os.path.join(self.dir, "r*.b")))
+        good = files[:5]
+        want = summary_by_hand(good)
+        assert_frame_equal(strix.summary(os.path.join(self.dir, "r[0-4].b")), want)
+        for threads in 1, 3:
+            assert_frame_equal(strix.summary(good[::-1], threads=threads),
+                               summary_by_hand(good[::-1]))
+            assert_frame_equal(strix.summary(files, threads=threads, errors="report"),
+                               summary_by_hand(files, report=True))
+        with self.assertRaises(strix.IncompatibleFileError) as caught:
+            strix.summary(files, threads=2)
+        self.assertTrue(str(caught.exception).startswith(files[5] + ": "))
+        self.assertRaises(FileNotFoundError, strix.summary, good + ["missing.b"])
+
+    # strix.dask on a local cluster of two worker processes: the summary is
+    # strix.summary's, the client's memory does not grow with the files'
+    # arrays, and a table filtered on one variable is the rows picked from
+    # full reads.
+    def test_dask(self):
+        import strix.dask
+        from dask.distributed import Client, LocalCluster
+        self.write("r0.b", full_file(50_000, numcon=2))
+        for i in range(1, 200):
+            os.link(os.path.join(self.dir, "r0.b"), os.path.join(self.dir, f"r{i:03d}.b"))
+        files = sorted(glob.glob(os.path.join(self.dir, "r*.b")))
+        with LocalCluster(n_workers=2, threads_per_worker=1, dashboard_address=None) as cluster, \
+                Client(cluster):
+            got = strix.dask.summary(files[:20], files_per_partition=8).compute()
+            assert_frame_equal(got.reset_index(drop=True), strix.summary(files[:20]))
+            growth = []
+            for some in files[:20], files:
+                Path("/proc/self/clear_refs").write_text("5")
+                start = int(re.search(r"VmRSS:\s*(\d+)", Path("/proc/self/status").read_text())[1])
+                self.assertEqual(len(strix.dask.summary(some).compute()), 3 * len(some))
+                growth.append(int(re.search(r"VmHWM:\s*(\d+)",
+                                            Path("/proc/self/status").read_text())[1]) - start)
+            self.assertLess(growth[1] - growth[0], 20 << 10, growth)  # kB
+            table = strix.dask.variables(files[:3], kind="basic", vectors=("xx", "skx"))
+            got = table[table.name == "v7"].compute()
+        rows = [(f, "v7", strix.status_key_name(s.skx[7]), s.xx[7]) for f in files[:3]
+                for s in [strix.read(f).solutions["basic"]]]
+        self.assertEqual(list(got.itertuples(index=False, name=None)), rows)
+
     # The README's commands on a copy of what git has (as a clone would),
     # without a package index: pip builds through CMake and installs the
     # package alone, which works from another folder, is what mypy --strict
@@ -188,11 +319,13 @@ class Python(Case):
         version = re.search(r"project\(strix VERSION (\S+)",
                             Path(ROOT, "CMakeLists.txt").read_text())[1]
         got = json.loads(run(py, "-c", "import json, strix, importlib.metadata as m; print(json."
-                             "dumps([strix.__version__, m.version('strix'), m.requires('strix'), "
+                             "dumps([strix.__version__, m.version('strix'), sorted(m.requires('strix')), "
                              "strix.__file__]))"))
         site = os.path.dirname(os.path.dirname(got.pop()))
         self.assertEqual([got, os.path.dirname(site)[:len(src) + 3]], [
-            [version, version, ["numpy", "pandas ; extra == 'pandas'"]], src + "/V/"])
+            [version, version, ["dask[dataframe] ; extra == 'dask'", "distributed ; extra == 'dask'",
+                                "numpy", "pandas ; extra == 'dask'", "pandas ; extra == 'pandas'"]],
+            src + "/V/"])
         # The README's example prints what the README says; mypy --strict
         # takes it and a program using every public name.
         example, printed = next(blocks[i:i + 2] for i, (lang, _) in enumerate(blocks)
@@ -205,24 +338,28 @@ class Python(Case):
         run(py, "-m", "mypy", "--strict", "--cache-dir", os.devnull, "typed.py", "example.py")
         # Both recipes of "Many files" give the table that the command's JSON
         # documents and the files' own statuses and objectives make.
-        rows = []
+        rows, dtypes = [], {}
         for i in range(6):
-            sf = full_file(i + 1, solutions=[
+            sf = full_file(i + 1, info_i32=[(b"iter", i)], solutions=[
                 full_item(k, i + 1, pobj=i / 4, dobj=-1.0 * i, prosta=b"P\xe9")
                 for k in ("interior", "basic", "integer")[i % 3:]])
             name = f"runs/r{i}.b"
             self.write(os.path.join(work, name), sf)
-            info = json_doc(self.run_ok(os.path.join(work, name), "-.json"))
-            rows += [(name, kind, "P\xe9", "OPTIMAL", i / 4, -1.0 * i, info["Task/INFO"]["numvar"],
-                      info["Task/INFO"]["numcon"]) for kind in info["Task/solutions"]]
-        want = pandas.DataFrame(rows, columns="file kind prosta solsta pobj dobj numvar numcon"
-                                .split())
+            doc = json_doc(self.run_ok(os.path.join(work, name), "-.json"))
+            info = {k: v for g, t in (("double", "float64"), ("int64", "Int64"), ("int32", "Int64"))
+                    for k, v in doc["Task/information"][g].items() if not dtypes.update({k: t})}
+            rows += [dict(file=name, kind=kind, prosta="P\xe9", solsta="OPTIMAL", pobj=i / 4,
+                          dobj=-1.0 * i, **{k: doc["Task/INFO"][k] for k in COUNTS}, **info)
+                     for kind in doc["Task/solutions"]]
+        want = pandas.DataFrame(rows).astype(dict.fromkeys(COUNTS, "Int64") | dtypes)
+        want = want[[*want.columns[:11], *sorted(want.columns[11:])]]
         for script, recipe in zip(("summary.py", "on_dask.py"),
                                   [c for lang, c in blocks if lang == "python" and "runs" in c]):
             Path(work, script).write_text(recipe)
             run(py, "-c", "import runpy, sys; runpy.run_path(sys.argv[1], run_name='__main__')"
                 "['table'].to_pickle(sys.argv[2])", script, "table.pickle")
-            assert_frame_equal(pandas.read_pickle(os.path.join(work, "table.pickle")), want)
+            got = pandas.read_pickle(os.path.join(work, "table.pickle"))
+            assert_frame_equal(got.reset_index(drop=True), want)
         # The wheel held the package alone; uninstalling removes all of it.
         files = run(pip, "show", "-f", "strix").split("Files:\n")[1].split()
         self.assertEqual({f.split("/")[0] for f in files}, {"strix", f"strix-{version}.dist-info"})
@@ -237,6 +374,7 @@ from typing import Dict, List, Tuple
 
 import numpy
 import strix
+import strix.dask
 from numpy.typing import NDArray
 
 s: strix.Solution = pickle.loads(pickle.dumps(strix.read(b"")))
@@ -255,6 +393,10 @@ objectives: float = it.pobj + it.dobj
 tables = [it.variables(), it.constraints()]
 same: bool = s == strix.read("x.b") and isinstance(s, strix.Solution)
 strix.convert("x.b", b"x.json")
+part: strix.Solution = strix.read(b"", solutions=["basic"], vectors=("xx",), names=False)
+table = strix.summary("runs/*.b", threads=2, errors="report")
+sweep = [strix.dask.summary(["a.b"]), strix.dask.variables("*.b", "basic", ["xx"]),
+         strix.dask.constraints("*.b", vectors=None)]
 errors = (strix.Error, strix.FormatError, strix.IncompatibleFileError, strix.InconsistentSolution,
           strix.CompressionError)
 '''
