@@ -712,42 +712,6 @@ class Package(Case):
             p = subprocess.run([app + "/build/app", name], cwd=self.dir, capture_output=True)
             self.assertEqual((p.returncode, p.stderr.decode(), p.stdout), (1, said + "\n", b""))
 
-    # Every array, count, status and information item read in Python equals
-    # the JSON document the command writes for the same file.
-    def test_read_equals_the_json(self):
-        import numpy
-        import strix
-        rng = random.Random(3)
-        sf = full_file(60, solutions=[full_item(k, 60, **{f: [rng.uniform(-1e9, 1e9) for _ in v]
-                                                          for f, v in full_item(k, 60).__dict__.items()
-                                                          if isinstance(v, list)})
-                                      for k in ("interior", "basic", "integer")])
-        self.write("in.b", sf)
-        doc = json.loads(self.run_ok("in.b", "out.json"))
-        file = open(os.path.join(self.dir, "in.b"), "rb")
-        self.addCleanup(file.close)
-        for source in ("in.b", self.read("in.b"), file):
-            got = strix.read(os.path.join(self.dir, source) if source == "in.b" else source)
-            info = doc["Task/INFO"]
-            self.assertEqual([got.version] + [getattr(got, k) for k in COUNTS],
-                             [tuple(info["nollover"])] + [info[k] for k in COUNTS])
-            self.assertEqual(list(got.solutions), list(doc["Task/solutions"]))
-            for kind, want in doc["Task/solutions"].items():
-                it, want = got.solutions[kind], dict(want)
-                self.assertEqual([it.prosta.lower(), it.solsta.lower()],
-                                 [want.pop("prosta"), want.pop("solsta")])
-                for k, v in want.items():
-                    a = getattr(it, k)
-                    self.assertFalse(a.flags.writeable)
-                    flat = [x for b in v for x in b] if k in ("barx", "bars", "doty") else v
-                    self.assertEqual(list(strix.status_key_names(a)) if a.dtype == numpy.uint8
-                                     else a.tolist(), flat, k)
-            self.assertEqual([got.info_i32, got.info_i64, got.info_f64],
-                             [doc["Task/information"][g]
-                              for g in ("int32", "int64", "double")])
-            self.assertEqual([got.var_names, got.barvar_pattern.tolist()],
-                             [[n.decode("latin-1") for n in sf.names["var"]], [3, 1]])
-
     # Each form converted in Python is the command's output byte for byte. A
     # failure raises an exception saying what failed in words (the reader's
     # checks in the command's own words) and naming the file, or the OSError

@@ -119,9 +119,17 @@ class Python(Case):
     def test_tables_blocks_and_text(self):
         for n, sf in enumerate(FILES):
             got, doc, report = self.load(sf)
-            rows = report_rows(report)
+            rows, info = report_rows(report), doc["Task/INFO"]
+            self.assertEqual([got.version] + [getattr(got, k) for k in COUNTS],
+                             [tuple(info["nollover"])] + [info[k] for k in COUNTS])
+            self.assertEqual(list(got.solutions), list(doc["Task/solutions"]))
             for kind, item in got.solutions.items():
                 want = doc["Task/solutions"][kind]
+                self.assertEqual([list(strix.status_key_names(getattr(item, k))) for k in ARRAYS[:3]],
+                                 [want.get(k, []) for k in ARRAYS[:3]], (n, kind))
+                for k in ARRAYS[3:11]:  # NaN equals NaN
+                    numpy.testing.assert_array_equal(getattr(item, k), numpy.array(
+                        want.get(k, []), dtype=float), (n, kind, k))
                 for table, frame in ("var", item.variables()), ("con", item.constraints()):
                     if n > 2:  # the report of a file with bar variables ends early
                         continue
