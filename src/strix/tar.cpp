@@ -20,6 +20,11 @@ namespace strix {
 
 namespace {
 
+// The order of a solution's members in the archive.
+constexpr Vector kTaskOrder[] = {Vector::skx, Vector::skc,  Vector::skn,  Vector::xx,  Vector::xc,
+                                 Vector::y,   Vector::slc,  Vector::suc,  Vector::slx, Vector::sux,
+                                 Vector::snx, Vector::doty, Vector::barx, Vector::bars};
+
 // ------------------------------------------------------------ tar header
 
 // One field of a binary header (the tar header, the array member header):
@@ -298,23 +303,27 @@ void write_task(std::ostream& out, const Solution& solution) {
                    item.solsta);
     write_text_member(tar, member("status"), text);
 
-    // The status keys of variables and constraints are always written, also empty.
-    write_array_member(tar, member("skx"), item.skx);
-    write_array_member(tar, member("skc"), item.skc);
-    if (!item.skn.empty()) write_array_member(tar, member("skn"), item.skn);
-
-    const std::pair<std::string_view, const Array<double>*> values[] = {
-        {"xx", &item.xx},   {"xc", &item.xc},   {"y", &item.y},     {"slc", &item.slc},
-        {"suc", &item.suc}, {"slx", &item.slx}, {"sux", &item.sux}, {"snx", &item.snx}};
-    for (const auto& [suffix, vector] : values) {
-      if (!vector->empty()) write_array_member(tar, member(suffix), *vector);
+    // The status keys of variables and constraints are always written, also
+    // empty; every other vector only when present. doty and the matrix values
+    // carry their own marker bytes; the patterns that shape them are not
+    // recorded, the values are stored flat.
+    for (const Vector v : kTaskOrder) {
+      const VectorInfo& info = kVectors[static_cast<std::size_t>(v)];
+      if (info.keys != nullptr) {
+        const Array<std::uint8_t>& keys = item.*info.keys;
+        if (!keys.empty() || v != Vector::skn) write_array_member(tar, member(info.key), keys);
+        continue;
+      }
+      const Array<double>& values = item.*info.values;
+      if (values.empty()) continue;
+      if (v == Vector::doty) {
+        write_array_member(tar, member(info.key), values, kFlagDefault, kKindDoty);
+      } else if (info.axis == Axis::barvar_blocks) {
+        write_array_member(tar, member(info.key), values, kFlagMatrix);
+      } else {
+        write_array_member(tar, member(info.key), values);
+      }
     }
-    // doty and the matrix values carry their own marker bytes; the patterns
-    // that shape them are not recorded, the values are stored flat.
-    if (!item.doty.empty())
-      write_array_member(tar, member("doty"), item.doty, kFlagDefault, kKindDoty);
-    if (!item.barx.empty()) write_array_member(tar, member("barx"), item.barx, kFlagMatrix);
-    if (!item.bars.empty()) write_array_member(tar, member("bars"), item.bars, kFlagMatrix);
   }
 
   tar.finish();
