@@ -6,7 +6,6 @@
 #include <ios>        // std::streamsize
 #include <iterator>   // std::back_inserter
 #include <limits>     // std::numeric_limits
-#include <utility>    // std::pair
 
 #include <fmt/compile.h>  // FMT_COMPILE
 #include <fmt/format.h>   // fmt::format_to
