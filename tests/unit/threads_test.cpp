@@ -1,14 +1,18 @@
 // The thread budget and the pool the command line cannot pin down: shares
-// that stay within the count, STRIX_THREADS as a cap, jobs handed back in
-// order with their exceptions.
+// that stay within the count, STRIX_THREADS and cgroup quotas as caps, jobs
+// handed back in order with their exceptions.
 #include "strix/threads.h"
 
-#include <cstdlib>    // setenv
-#include <stdexcept>  // std::runtime_error
-#include <string>     // std::to_string
-#include <vector>     // std::vector
+#include <cstdlib>     // setenv
+#include <filesystem>  // std::filesystem
+#include <fstream>     // std::ofstream
+#include <stdexcept>   // std::runtime_error
+#include <string>      // std::to_string
+#include <vector>      // std::vector
 
 #include <gtest/gtest.h>
+
+#include "strix/cgroup.h"
 
 namespace {
 
@@ -46,6 +50,61 @@ TEST(Threads, EnvironmentCapsTheMachine) {
     EXPECT_EQ(strix::machine_threads(), want) << value;
   }
   unsetenv("STRIX_THREADS");
+}
+
+// A directory laid out as "/" with /proc/self/{cgroup,mountinfo} and the
+// quota files: v2 and v1, a container's mount that shows only its own
+// cgroup, quotas of ancestors, an escaped blank in a mount point.
+TEST(Threads, CgroupQuota) {
+  namespace fs = std::filesystem;
+  const std::string v2 = "0::/a/b\n", v1 = "3:memory:/x\n5:cpuacct,cpu:/k/j\n",
+                    v2_at = "9 1 0:2 / /sys/fs/cgroup rw - cgroup2 cgroup2 rw\n",
+                    v1_at =
+                        "7 1 0:3 / /c\\040g rw shared:4 - cgroup c rw,cpuacct,cpu\n"
+                        "8 1 0:4 / /m rw - cgroup c rw,memory\n";
+  const std::string sys = "sys/fs/cgroup/", b = sys + "a/b/cpu.max", a = sys + "a/cpu.max";
+  const std::vector<std::pair<std::vector<std::pair<std::string, std::string>>, unsigned>> cases{
+      {{{"cgroup", v2}, {"mountinfo", v2_at}, {b, "150000 100000\n"}}, 2},
+      {{{"cgroup", v2}, {"mountinfo", v2_at}, {b, "max 100000"}}, 0},
+      {{{"cgroup", v2}, {"mountinfo", v2_at}, {b, "20000 100000"}, {a, "max 1"}}, 1},
+      {{{"cgroup", v2}, {"mountinfo", v2_at}, {b, "800 100"}, {a, "300 100"}}, 3},
+      {{{"cgroup", v2}, {"mountinfo", v2_at}, {sys + "cpu.max", "1 1"}, {a, "5 1"}}, 1},
+      {{{"cgroup", v2},
+        {"mountinfo", "9 1 0:2 /a /sys/fs/cgroup rw - cgroup2 c rw\n"},
+        {sys + "b/cpu.max", "400 100"},
+        {a, "1 1"}},
+       4},
+      {{{"cgroup", "0::/a/bc"},
+        {"mountinfo", "9 1 0:2 /a/b /sys/fs/cgroup rw - cgroup2 c rw"},
+        {sys + "cpu.max", "1 1"}},
+       0},
+      {{{"cgroup", v1},
+        {"mountinfo", v1_at},
+        {"c g/k/j/cpu.cfs_quota_us", "250000"},
+        {"c g/k/j/cpu.cfs_period_us", "100000"},
+        {"m/x/cpu.cfs_quota_us", "1"},
+        {"m/x/cpu.cfs_period_us", "1"}},
+       3},
+      {{{"cgroup", v1},
+        {"mountinfo", v1_at},
+        {"c g/k/cpu.cfs_quota_us", "-1"},
+        {"c g/k/cpu.cfs_period_us", "100000"}},
+       0},
+      {{{"cgroup", v1}, {"mountinfo", v2_at}, {b, "1 1"}}, 0},
+      {{{"mountinfo", v2_at}, {b, "1 1"}}, 0},
+  };
+  for (std::size_t i = 0; i < cases.size(); ++i) {
+    const fs::path root = fs::path(testing::TempDir()) / ("strix-root-" + std::to_string(i));
+    fs::remove_all(root);
+    for (const auto& [name, text] : cases[i].first) {
+      const fs::path file = root / (name.find('/') == std::string::npos ? "proc/self/" : "") / name;
+      fs::create_directories(file.parent_path());
+      std::ofstream(file) << text;
+    }
+    EXPECT_EQ(strix::cgroup_cpu_quota(root), cases[i].second) << i;
+    fs::remove_all(root);
+  }
+  EXPECT_EQ(strix::cgroup_cpu_quota("/nonexistent"), 0u);
 }
 
 TEST(Threads, PoolHandsBackInOrder) {
