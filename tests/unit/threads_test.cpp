@@ -6,6 +6,7 @@
 #include <cstdlib>     // setenv
 #include <filesystem>  // std::filesystem
 #include <fstream>     // std::ofstream
+#include <sstream>     // std::istringstream
 #include <stdexcept>   // std::runtime_error
 #include <string>      // std::to_string
 #include <vector>      // std::vector
@@ -53,55 +54,42 @@ TEST(Threads, EnvironmentCapsTheMachine) {
 }
 
 // A directory laid out as "/" with /proc/self/{cgroup,mountinfo} and the
-// quota files: v2 and v1, a container's mount that shows only its own
-// cgroup, quotas of ancestors, an escaped blank in a mount point.
+// quota files ("name=text|..."): v2 and v1, a container's mount that shows
+// only its own cgroup, quotas of ancestors, an escaped blank in a mount point.
 TEST(Threads, CgroupQuota) {
   namespace fs = std::filesystem;
-  const std::string v2 = "0::/a/b\n", v1 = "3:memory:/x\n5:cpuacct,cpu:/k/j\n",
-                    v2_at = "9 1 0:2 / /sys/fs/cgroup rw - cgroup2 cgroup2 rw\n",
-                    v1_at =
-                        "7 1 0:3 / /c\\040g rw shared:4 - cgroup c rw,cpuacct,cpu\n"
-                        "8 1 0:4 / /m rw - cgroup c rw,memory\n";
-  const std::string sys = "sys/fs/cgroup/", b = sys + "a/b/cpu.max", a = sys + "a/cpu.max";
-  const std::vector<std::pair<std::vector<std::pair<std::string, std::string>>, unsigned>> cases{
-      {{{"cgroup", v2}, {"mountinfo", v2_at}, {b, "150000 100000\n"}}, 2},
-      {{{"cgroup", v2}, {"mountinfo", v2_at}, {b, "max 100000"}}, 0},
-      {{{"cgroup", v2}, {"mountinfo", v2_at}, {b, "20000 100000"}, {a, "max 1"}}, 1},
-      {{{"cgroup", v2}, {"mountinfo", v2_at}, {b, "800 100"}, {a, "300 100"}}, 3},
-      {{{"cgroup", v2}, {"mountinfo", v2_at}, {sys + "cpu.max", "1 1"}, {a, "5 1"}}, 1},
-      {{{"cgroup", v2},
-        {"mountinfo", "9 1 0:2 /a /sys/fs/cgroup rw - cgroup2 c rw\n"},
-        {sys + "b/cpu.max", "400 100"},
-        {a, "1 1"}},
+  const std::string v2_at = "mountinfo=9 1 0:2 / /sys/fs/cgroup rw - cgroup2 c rw\n|",
+                    v2 = "cgroup=0::/a/b\n|" + v2_at, b = "sys/fs/cgroup/a/b/cpu.max=",
+                    a = "sys/fs/cgroup/a/cpu.max=", j = "c g/k/j/cpu.cfs_",
+                    v1 = "cgroup=3:memory:/x\n5:cpuacct,cpu:/k/j\n|mountinfo=7 1 0:3 / /c\\040g "
+                         "rw shared:4 - cgroup c rw,cpuacct,cpu\n8 1 0:4 / /m rw - cgroup c "
+                         "rw,memory\n|m/x/cpu.cfs_quota_us=1|m/x/cpu.cfs_period_us=1|";
+  const std::vector<std::pair<std::string, unsigned>> cases{
+      {v2 + b + "150000 100000\n", 2},
+      {v2 + b + "max 100000", 0},
+      {v2 + b + "20000 100000|" + a + "max 1", 1},
+      {v2 + b + "800 100|" + a + "300 100", 3},
+      {v2 + "sys/fs/cgroup/cpu.max=1 1|" + a + "5 1", 1},
+      {"cgroup=0::/a/b|mountinfo=9 1 0:2 /a /sys/fs/cgroup rw - cgroup2 c rw|" + a + "1 1|" +
+           "sys/fs/cgroup/b/cpu.max=4 1",
        4},
-      {{{"cgroup", "0::/a/bc"},
-        {"mountinfo", "9 1 0:2 /a/b /sys/fs/cgroup rw - cgroup2 c rw"},
-        {sys + "cpu.max", "1 1"}},
-       0},
-      {{{"cgroup", v1},
-        {"mountinfo", v1_at},
-        {"c g/k/j/cpu.cfs_quota_us", "250000"},
-        {"c g/k/j/cpu.cfs_period_us", "100000"},
-        {"m/x/cpu.cfs_quota_us", "1"},
-        {"m/x/cpu.cfs_period_us", "1"}},
-       3},
-      {{{"cgroup", v1},
-        {"mountinfo", v1_at},
-        {"c g/k/cpu.cfs_quota_us", "-1"},
-        {"c g/k/cpu.cfs_period_us", "100000"}},
-       0},
-      {{{"cgroup", v1}, {"mountinfo", v2_at}, {b, "1 1"}}, 0},
-      {{{"mountinfo", v2_at}, {b, "1 1"}}, 0},
+      {"cgroup=0::/a/bc|mountinfo=9 1 0:2 /a/b /sys/fs/cgroup rw - cgroup2 c rw|" + a + "1 1", 0},
+      {v1 + j + "quota_us=250000|" + j + "period_us=100000", 3},
+      {v1 + j + "quota_us=-1|" + j + "period_us=100000", 0},
+      {"cgroup=5:cpu:/a/b|" + v2_at + b + "1 1", 0},
+      {v2_at + b + "1 1", 0},
   };
   for (std::size_t i = 0; i < cases.size(); ++i) {
     const fs::path root = fs::path(testing::TempDir()) / ("strix-root-" + std::to_string(i));
     fs::remove_all(root);
-    for (const auto& [name, text] : cases[i].first) {
-      const fs::path file = root / (name.find('/') == std::string::npos ? "proc/self/" : "") / name;
+    std::istringstream files(cases[i].first);
+    for (std::string entry; std::getline(files, entry, '|');) {
+      const std::string name = entry.substr(0, entry.find('='));
+      const fs::path file = root / (name.find('/') == std::string::npos ? "proc/self" : "") / name;
       fs::create_directories(file.parent_path());
-      std::ofstream(file) << text;
+      std::ofstream(file) << entry.substr(name.size() + 1);
     }
-    EXPECT_EQ(strix::cgroup_cpu_quota(root), cases[i].second) << i;
+    EXPECT_EQ(strix::cgroup_cpu_quota(root), cases[i].second) << cases[i].first;
     fs::remove_all(root);
   }
   EXPECT_EQ(strix::cgroup_cpu_quota("/nonexistent"), 0u);
