@@ -18,6 +18,21 @@ struct Outcome {
   std::string message;
 };
 
+// Told when a conversion opens its output file, for a caller that removes
+// the file when the process is interrupted (the strix command does). Both
+// calls come from the thread that runs the conversion, one right after the
+// other, before any byte is written; standard output is never told.
+class OutputWatch {
+ public:
+  // Just before the file is created or truncated.
+  virtual void opening() = 0;
+  // Just after; `opened` tells whether the open succeeded.
+  virtual void opened(bool opened) = 0;
+
+ protected:
+  ~OutputWatch() = default;
+};
+
 // Choices of the caller.
 struct ConvertOptions {
   // What the strix command has always done and keeps doing: an uncompressed
@@ -30,6 +45,8 @@ struct ConvertOptions {
   // process, capped by STRIX_THREADS). The output's bytes are the same for
   // every count.
   unsigned threads = 0;
+  // Told when the output file is opened (not owned; may be null).
+  OutputWatch* watch = nullptr;
 };
 
 // One conversion of INFILE to OUTFILE. The forms come from the names'

@@ -213,7 +213,15 @@ Outcome Conversion::run() {
   } else {
     // Unchecked (the command), an output that cannot be created is a closed
     // file buffer: it loses every write, and the conversion still succeeds.
-    sink = &o.out_file.emplace(n.out_path, !options_.unchecked_files);
+    OutputWatch* const watch = options_.watch;
+    if (watch) watch->opening();
+    try {
+      sink = &o.out_file.emplace(n.out_path, !options_.unchecked_files);
+    } catch (...) {
+      if (watch) watch->opened(false);
+      throw;
+    }
+    if (watch) watch->opened(o.out_file->is_open());
   }
 
   // Never true: no extension equals "b" without its dot. A ".b.zst" to

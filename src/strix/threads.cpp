@@ -8,6 +8,8 @@
 #include <cstring>    // std::strlen
 #include <exception>  // std::exception
 
+#include "strix/cgroup.h"
+
 namespace strix {
 
 unsigned machine_threads() {
@@ -15,6 +17,7 @@ unsigned machine_threads() {
   cpu_set_t set;
   CPU_ZERO(&set);
   if (sched_getaffinity(0, sizeof set, &set) == 0) n = std::max(1, CPU_COUNT(&set));
+  if (const unsigned quota = cgroup_cpu_quota()) n = std::min(n, quota);
   if (const char* cap = std::getenv("STRIX_THREADS")) {
     unsigned value = 0;
     const char* end = cap + std::strlen(cap);

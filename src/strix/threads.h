@@ -15,8 +15,9 @@
 namespace strix {
 
 // The processors this process may run on (its affinity mask, which taskset,
-// cgroup cpusets and batch schedulers set), capped by STRIX_THREADS=N when
-// that is a positive integer; any other value is ignored. At least 1.
+// cgroup cpusets and batch schedulers set), capped by the CPU quota of its
+// cgroups (containers; cgroup.h) and by STRIX_THREADS=N when that is a
+// positive integer; any other value is ignored. At least 1.
 unsigned machine_threads();
 
 // What a conversion's threads do besides the one that hands finished pieces

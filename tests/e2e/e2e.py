@@ -272,6 +272,45 @@ class Driver(Case):
             self.assertEqual((got, self.read("x.b"), self.tool(*UNPACK[".zst"], "x.b.zst")),
                              ((ABORT, UNKNOWN, b""), BLOB, BLOB), args)
 
+    # Interrupted, strix removes the output file that it created or truncated
+    # and ends by the signal; a file it has not opened yet keeps its bytes, a
+    # FIFO stays, a signal ignored at the start stays ignored. The input is a
+    # FIFO holding half the file, more than a pipe holds: strix takes it only
+    # after opening the output (or before, none of it).
+    def test_interrupted(self):
+        sf = noisy(30000)
+        data, path, old = sf.to_bytes(), lambda name: os.path.join(self.dir, name), b"old"
+        self.write("other", b"kept")
+        for out, sig, how, want in (
+                ("o.json", signal.SIGINT, "", False), ("o.b", signal.SIGTERM, old, False),
+                ("o.b.zst", signal.SIGINT, old, False), ("o.json.gz", signal.SIGTERM, "", False),
+                ("o.json", signal.SIGTERM, "early", old), ("p.json", signal.SIGINT, "fifo", True),
+                ("o.json", signal.SIGHUP, "ignored", json_doc(sf))):
+            os.mkfifo(path("in.b"))
+            self.write(out, old) if how in (old, "early") else None
+            reader = how == "fifo" and (os.mkfifo(path(out)) or os.open(path(out), os.O_NONBLOCK))
+            action = signal.SIG_IGN if how == "ignored" else signal.SIG_DFL
+            p = subprocess.Popen([STRIX, "in.b", out], cwd=self.dir, stderr=subprocess.PIPE,
+                                 preexec_fn=lambda: signal.signal(sig, action))
+            while how == "early":  # strix has its handler and waits for its input; else feed it
+                with open(f"/proc/{p.pid}/status") as f:
+                    if int(re.search(r"SigCgt:\s*(\w+)", f.read())[1], 16) >> (sig - 1) & 1:
+                        p.send_signal(sig)
+                        break
+            else:
+                with open(path("in.b"), "wb") as f:
+                    f.write(data[:len(data) // 2])
+                    f.flush()
+                    p.send_signal(sig)
+                    f.write(data[len(data) // 2:] if how == "ignored" else b"")
+            err = p.communicate(timeout=120)[1]
+            got = self.read(out) if os.path.isfile(path(out)) else os.path.exists(path(out))
+            self.assertEqual((p.returncode, err, got, self.read("other")),
+                             (0 if how == "ignored" else -sig, b"", want, b"kept"), (out, how))
+            for name in {"in.b", out} & set(os.listdir(self.dir)):
+                os.unlink(path(name))
+            os.close(reader) if reader else None
+
     def test_zstd_input(self):
         z = lambda data: self.tool("zstd", "-q", "-c", "-19", stdin=data)  # noqa: E731
         # Frames in a row are one stream, but a decompression call that

@@ -1,14 +1,19 @@
 // The thread budget and the pool the command line cannot pin down: shares
-// that stay within the count, STRIX_THREADS as a cap, jobs handed back in
-// order with their exceptions.
+// that stay within the count, STRIX_THREADS and cgroup quotas as caps, jobs
+// handed back in order with their exceptions.
 #include "strix/threads.h"
 
-#include <cstdlib>    // setenv
-#include <stdexcept>  // std::runtime_error
-#include <string>     // std::to_string
-#include <vector>     // std::vector
+#include <cstdlib>     // setenv
+#include <filesystem>  // std::filesystem
+#include <fstream>     // std::ofstream
+#include <sstream>     // std::istringstream
+#include <stdexcept>   // std::runtime_error
+#include <string>      // std::to_string
+#include <vector>      // std::vector
 
 #include <gtest/gtest.h>
+
+#include "strix/cgroup.h"
 
 namespace {
 
@@ -46,6 +51,48 @@ TEST(Threads, EnvironmentCapsTheMachine) {
     EXPECT_EQ(strix::machine_threads(), want) << value;
   }
   unsetenv("STRIX_THREADS");
+}
+
+// A directory laid out as "/" with /proc/self/{cgroup,mountinfo} and the
+// quota files ("name=text|..."): v2 and v1, a container's mount that shows
+// only its own cgroup, quotas of ancestors, an escaped blank in a mount point.
+TEST(Threads, CgroupQuota) {
+  namespace fs = std::filesystem;
+  const std::string v2_at = "mountinfo=9 1 0:2 / /sys/fs/cgroup rw - cgroup2 c rw\n|",
+                    v2 = "cgroup=0::/a/b\n|" + v2_at, b = "sys/fs/cgroup/a/b/cpu.max=",
+                    a = "sys/fs/cgroup/a/cpu.max=", j = "c g/k/j/cpu.cfs_",
+                    v1 = "cgroup=3:memory:/x\n5:cpuacct,cpu:/k/j\n|mountinfo=7 1 0:3 / /c\\040g "
+                         "rw shared:4 - cgroup c rw,cpuacct,cpu\n8 1 0:4 / /m rw - cgroup c "
+                         "rw,memory\n|m/x/cpu.cfs_quota_us=1|m/x/cpu.cfs_period_us=1|";
+  const std::vector<std::pair<std::string, unsigned>> cases{
+      {v2 + b + "150000 100000\n", 2},
+      {v2 + b + "max 100000", 0},
+      {v2 + b + "20000 100000|" + a + "max 1", 1},
+      {v2 + b + "800 100|" + a + "300 100", 3},
+      {v2 + "sys/fs/cgroup/cpu.max=1 1|" + a + "5 1", 1},
+      {"cgroup=0::/a/b|mountinfo=9 1 0:2 /a /sys/fs/cgroup rw - cgroup2 c rw|" + a + "1 1|" +
+           "sys/fs/cgroup/b/cpu.max=4 1",
+       4},
+      {"cgroup=0::/a/bc|mountinfo=9 1 0:2 /a/b /sys/fs/cgroup rw - cgroup2 c rw|" + a + "1 1", 0},
+      {v1 + j + "quota_us=250000|" + j + "period_us=100000", 3},
+      {v1 + j + "quota_us=-1|" + j + "period_us=100000", 0},
+      {"cgroup=5:cpu:/a/b|" + v2_at + b + "1 1", 0},
+      {v2_at + b + "1 1", 0},
+  };
+  for (std::size_t i = 0; i < cases.size(); ++i) {
+    const fs::path root = fs::path(testing::TempDir()) / ("strix-root-" + std::to_string(i));
+    fs::remove_all(root);
+    std::istringstream files(cases[i].first);
+    for (std::string entry; std::getline(files, entry, '|');) {
+      const std::string name = entry.substr(0, entry.find('='));
+      const fs::path file = root / (name.find('/') == std::string::npos ? "proc/self" : "") / name;
+      fs::create_directories(file.parent_path());
+      std::ofstream(file) << entry.substr(name.size() + 1);
+    }
+    EXPECT_EQ(strix::cgroup_cpu_quota(root), cases[i].second) << cases[i].first;
+    fs::remove_all(root);
+  }
+  EXPECT_EQ(strix::cgroup_cpu_quota("/nonexistent"), 0u);
 }
 
 TEST(Threads, PoolHandsBackInOrder) {
