@@ -250,7 +250,7 @@ void write_affine_conic(OutBuffer& ob, const Solution& s, const SolutionItem& it
 }  // namespace
 
 void write_text_report(std::ostream& out, const Solution& solution, unsigned threads) {
-  OutBuffer ob(out.rdbuf(), threads == 0 ? machine_threads() : threads);
+  OutBuffer ob(out.rdbuf(), thread_budget(threads));
   DisplayName names;
   ob.append("Solutions\n");
   for (const SolutionItem& item : solution.solutions) {

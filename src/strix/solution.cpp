@@ -11,7 +11,7 @@
 #include "strix/errors.h"
 #include "strix/record.h"
 #include "strix/streams.h"
-#include "strix/threads.h"  // machine_threads
+#include "strix/threads.h"  // thread_budget
 
 namespace strix {
 
@@ -393,8 +393,7 @@ std::vector<FileRead> read_solution_files(const std::vector<std::filesystem::pat
       }
     }
   };
-  const std::size_t n =
-      std::min<std::size_t>(threads == 0 ? machine_threads() : threads, paths.size());
+  const std::size_t n = std::min<std::size_t>(thread_budget(threads), paths.size());
   std::vector<std::jthread> pool;
   for (std::size_t t = 1; t < n; ++t) pool.emplace_back(work);
   work();
