@@ -12,11 +12,11 @@ void Error::set_path(const std::string& path) {
   path_ = path;
 }
 
-FormatError::FormatError(std::string_view text, SourceLocation location)
+FormatError::FormatError(std::string_view text, CheckNumber check)
     : Error(fmt::format("malformed solution file: {}", text)),
       message(text),
-      file(location.file),
-      line(location.line) {}
+      file(check.file),
+      line(check.line) {}
 
 namespace {
 std::string incompatible_text(std::uint32_t mark, std::size_t length) {

@@ -31,7 +31,7 @@ constexpr NamesSection kNamesSections[] = {
 };
 
 [[noreturn]] void fail(std::int32_t line, std::string_view message) {
-  throw FormatError(message, SourceLocation{kSourceFile, line});
+  throw FormatError(message, CheckNumber{kSourceFile, line});
 }
 
 // Cuts one view per length from the buffer, name k following name k-1. The
