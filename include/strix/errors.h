@@ -103,6 +103,13 @@ class UnsupportedInput : public Error {
   explicit UnsupportedInput(std::string_view quoted_suffix);
 };
 
+// The text report stopped where the formatting library refused its layout
+// (writers.h): `what()` is "the text report cannot be written (REASON)".
+class ReportError : public Error {
+ public:
+  explicit ReportError(std::string_view reason);
+};
+
 namespace zstd {
 // The decompression library rejected the input, or the compression library
 // failed while writing an output.

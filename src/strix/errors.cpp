@@ -53,6 +53,9 @@ UnsupportedInput::UnsupportedInput(std::string_view quoted_suffix)
 SameFileError::SameFileError(const std::string& in_path, const std::string& out_path)
     : Error(fmt::format("input {} and output {} are the same file", in_path, out_path)) {}
 
+ReportError::ReportError(std::string_view reason)
+    : Error(fmt::format("the text report cannot be written ({})", reason)) {}
+
 gzip::GZipError::GZipError(std::int32_t engine_code)
     : Error(fmt::format("gzip compression failed (engine code {})", engine_code)),
       code(engine_code) {}
