@@ -1,8 +1,9 @@
 #include "strix/solution.h"
 
-#include <atomic>   // the files' shared counters
-#include <cstring>  // std::memcpy
-#include <thread>   // std::jthread
+#include <atomic>        // the files' shared counters
+#include <cstring>       // std::memcpy
+#include <system_error>  // std::system_error
+#include <thread>        // std::jthread
 
 #include <unistd.h>     // STDIN_FILENO
 #include <numeric>      // std::accumulate
@@ -395,7 +396,11 @@ std::vector<FileRead> read_solution_files(const std::vector<std::filesystem::pat
   };
   const std::size_t n = std::min<std::size_t>(thread_budget(threads), paths.size());
   std::vector<std::jthread> pool;
-  for (std::size_t t = 1; t < n; ++t) pool.emplace_back(work);
+  try {
+    for (std::size_t t = 1; t < n; ++t) pool.emplace_back(work);
+  } catch (const std::system_error&) {
+    // No more threads to be had: those running and this one read the rest.
+  }
   work();
   return reads;
 }
