@@ -1,5 +1,5 @@
 // Reads arbitrary bytes as a solution file and runs every writer over what
-// was read. The reader's exceptions and the report's formatting error are
+// was read. The reader's exceptions and the report's ReportError are
 // designed ends, not findings. Reads that keep only part of the file, on a
 // source that skips by seeking and on one that reads and drops, must end as
 // the full read does and keep the same values.
@@ -10,8 +10,6 @@
 #include <ostream>    // std::ostream
 #include <string>     // std::string
 #include <typeinfo>   // typeid
-
-#include <fmt/format.h>  // fmt::format_error
 
 #include "fuzz_util.h"
 #include "strix/errors.h"
@@ -138,7 +136,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (report_rows(*solution) <= kMaxReportRows) {
     try {
       strix::write_text_report(out, *solution);
-    } catch (const fmt::format_error&) {
+    } catch (const strix::ReportError&) {
       // A solution with bar variables ends its report this way.
     }
   }

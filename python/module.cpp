@@ -28,6 +28,7 @@
 #include "strix/solution.h"
 #include "strix/status.h"
 #include "strix/streams.h"
+#include "strix/version.h"  // STRIX_VERSION
 
 namespace py = pybind11;
 

@@ -35,10 +35,10 @@ class OutputWatch {
 
 // Choices of the caller.
 struct ConvertOptions {
-  // What the strix command has always done and keeps doing: an uncompressed
-  // output file that cannot be created or written loses its bytes without a
-  // word, and a folder given as input reads as empty. Left false, each of
-  // these throws IOError naming the file.
+  // As the strix command runs: an uncompressed output file that cannot be
+  // created or written loses its bytes without a word, and a folder given as
+  // input reads as empty. Left false, each of these throws IOError naming
+  // the file.
   bool unchecked_files = false;
   // How many threads formatting and compression may keep busy besides the
   // one that hands the output on (0: as many as the machine gives the
@@ -69,8 +69,8 @@ class Conversion {
   Conversion& operator=(const Conversion&) = delete;
 
   // Converts once. Throws IOError for an input that cannot be opened (or an
-  // output, see ConvertOptions), SameFileError, the reader's and the
-  // compressing buffers' errors, and std::bad_alloc.
+  // output, see ConvertOptions), SameFileError, the reader's, the writers'
+  // and the compressing buffers' errors, and std::bad_alloc.
   Outcome run();
   // Ends the compressed stream into its target, then closes the output file
   // and the input; throws when the output cannot take the rest. Does nothing

@@ -26,9 +26,9 @@ class Error : public std::runtime_error {
   std::string path_;
 };
 
-// Where a FormatError was raised, as the command prints it: the source name
+// The check a FormatError reports, as the command prints it: the source name
 // every message carries and the number of the check that failed.
-struct SourceLocation {
+struct CheckNumber {
   const char* file;
   std::int32_t line;
 };
@@ -40,7 +40,7 @@ inline constexpr const char* kSourceFile = "src\\strix\\strix";
 // ("Expected section 'NLOSOLN'").
 class FormatError : public Error {
  public:
-  FormatError(std::string_view text, SourceLocation location);
+  FormatError(std::string_view text, CheckNumber check);
 
   std::string message;
   const char* file = nullptr;
@@ -72,12 +72,13 @@ class InconsistentSolution : public Error {
 // A file could not be opened, created, read or written. `code` is the
 // system's error number, 0 where none is known.
 //
-// What a failing output means, in one place: a compressing buffer whose
-// target takes no bytes throws IOError() and is closed, so that close()
-// then does nothing; the writers' output buffer throws such a failure at
-// the writer and offers nothing more. An uncompressed output file is
-// checked by the library's conversion and not by the command's
-// (ConvertOptions in convert.h).
+// What a failing output means across the library, which the code of each
+// part also says for its own share: a compressing buffer whose target takes
+// no bytes throws IOError() and is closed, so that close() then does
+// nothing; the writers' output buffer throws such a failure at the writer
+// and offers nothing more. An uncompressed output file is checked by the
+// library's conversion and not by the command's (ConvertOptions in
+// convert.h).
 class IOError : public Error {
  public:
   IOError();
@@ -100,6 +101,13 @@ class UnsupportedInput : public Error {
  public:
   // `suffix` as the command quotes it.
   explicit UnsupportedInput(std::string_view quoted_suffix);
+};
+
+// The text report stopped where the formatting library refused its layout
+// (writers.h): `what()` is "the text report cannot be written (REASON)".
+class ReportError : public Error {
+ public:
+  explicit ReportError(std::string_view reason);
 };
 
 namespace zstd {

@@ -22,8 +22,8 @@ void write_json(std::ostream& out, const Solution& solution, unsigned threads = 
 void write_task(std::ostream& out, const Solution& solution);
 
 // The fixed-width text report. A solution with bar variables ends it after
-// the first bar variable's line, with the formatting library's error
-// ("argument not found") thrown.
+// the first bar variable's line, with ReportError thrown ("the text report
+// cannot be written (argument not found)").
 void write_text_report(std::ostream& out, const Solution& solution, unsigned threads = 0);
 
 }  // namespace strix

@@ -9,21 +9,18 @@
 #include <limits>     // overflow guard
 #include <new>        // std::bad_alloc
 
+#include "strix/limits.h"
+
 namespace strix {
 
 namespace {
 
-constexpr std::size_t kHugePage = std::size_t{2} << 20;
-constexpr std::size_t kHugeFrom = std::size_t{4} << 20;  // smaller blocks: plain malloc
-
 // A block of at least `bytes` bytes, never null (std::bad_alloc instead).
-// Blocks of 4 MiB and more are aligned to 2 MiB and marked for transparent
-// huge pages: filling a 100 MB solution then takes a few dozen page faults
-// instead of tens of thousands, which on some machines costs more than
-// reading the file.
+// Large blocks are aligned to huge pages and marked for them (limits.h):
+// their page faults can otherwise cost more than reading the file.
 void* allocate_bulk(std::size_t bytes) {
   void* p;
-  if (bytes >= kHugeFrom) {
+  if (bytes >= kHugePagesFrom) {
     if (bytes > std::numeric_limits<std::size_t>::max() - kHugePage) throw std::bad_alloc();
     const std::size_t rounded = (bytes + kHugePage - 1) / kHugePage * kHugePage;
     p = std::aligned_alloc(kHugePage, rounded);

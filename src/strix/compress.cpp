@@ -13,6 +13,7 @@
 #include <zstd.h>             // ZSTD_compressStream2
 
 #include "strix/errors.h"
+#include "strix/limits.h"
 #include "strix/threads.h"
 
 namespace strix {
@@ -79,16 +80,6 @@ namespace zstd {
 
 namespace {
 
-// Input per job. The library's default for level 3 (four windows, 8 MiB)
-// held some 35 MB more at the peak and was no faster.
-constexpr int kJobSize = 2 << 20;
-
-// The frame is flushed once, after its first 128 KiB: with workers, when the
-// first bytes reach the target would otherwise depend on their timing. A
-// target that takes no bytes thereby fails while the output is written, not
-// only at the close.
-constexpr std::uint64_t kFirstFlushAt = 128 * 1024;
-
 struct FreeContext {
   void operator()(ZSTD_CCtx* context) const { ZSTD_freeCCtx(context); }
 };
@@ -111,13 +102,13 @@ struct Encoder final : CompressingBuffer::Engine {
     // A library built without threads refuses the parameter and compresses
     // on the calling thread.
     ZSTD_CCtx_setParameter(context.get(), ZSTD_c_nbWorkers, static_cast<int>(workers));
-    ZSTD_CCtx_setParameter(context.get(), ZSTD_c_jobSize, kJobSize);
+    ZSTD_CCtx_setParameter(context.get(), ZSTD_c_jobSize, kZstdJobSize);
   }
 
   void feed(const char* data, std::size_t n) override {
     if (fed == 0) start();
     compress(data, n, ZSTD_e_continue);
-    const bool first_flush = fed < kFirstFlushAt && fed + n >= kFirstFlushAt;
+    const bool first_flush = fed < kZstdFirstFlushAt && fed + n >= kZstdFirstFlushAt;
     fed += n;
     if (first_flush) compress(nullptr, 0, ZSTD_e_flush);
   }
@@ -176,11 +167,10 @@ namespace {
 
 // The first chunk is the first put area, deflated and handed on at once, so
 // that a target that takes no bytes fails early and at a fixed point; then
-// 1 MiB chunks, a few milliseconds of work each.
-constexpr std::size_t kChunk = 1 << 20;
+// chunks of kGzipChunk bytes.
 constexpr std::size_t kWindow = 32768;  // deflate's reach: the dictionary of a chunk
 
-// Deflate, no name or time, made on Unix: the header strix has always written.
+// Deflate, no name or time, made on Unix.
 constexpr std::uint8_t kHeader[10] = {0x1f, 0x8b, 8, 0, 0, 0, 0, 0, 0, 3};
 
 // The work area each level of the engine needs, at the engine's suggested
@@ -258,14 +248,14 @@ struct Deflation final : CompressingBuffer::Engine {
   Deflation(std::streambuf* target_buf, int level_, unsigned workers)
       : target(target_buf), level(level_), pool(workers), most(2 * std::max(workers, 1u)) {
     level_buffer_size(level);  // an unknown level fails here, not at the first chunk
-    pending.reserve(kChunk);
+    pending.reserve(kGzipChunk);
   }
   // Jobs that still run use the chunks: they end first.
   ~Deflation() override { pool.drain(); }
 
   void feed(const char* data, std::size_t n) override {
     pending.insert(pending.end(), data, data + n);
-    if (!header_written || pending.size() >= kChunk) submit(false);
+    if (!header_written || pending.size() >= kGzipChunk) submit(false);
   }
 
   // The last chunk, then the trailer.
@@ -290,7 +280,7 @@ struct Deflation final : CompressingBuffer::Engine {
     window.insert(window.end(), pending.end() - std::min(pending.size(), kWindow), pending.end());
     if (window.size() > kWindow) window.erase(window.begin(), window.end() - kWindow);
     c->in.swap(pending);
-    pending.reserve(kChunk);
+    pending.reserve(kGzipChunk);
     if (!header_written) {
       deflate_here(*c, level);
       hand_on(*c);

@@ -15,8 +15,6 @@
 #include <utility>     // std::pair
 #include <vector>      // copy buffer
 
-#include <fmt/format.h>  // fmt::format_error
-
 #include "strix/compress.h"
 #include "strix/errors.h"
 #include "strix/limits.h"
@@ -82,7 +80,7 @@ Input open_input(const fs::path& in_path, bool unchecked_files) {
   try {
     input.reader = std::make_unique<FileReader>(in_path);
   } catch (const IOError& e) {
-    // The command reads a folder as an empty file, as it always has.
+    // Unchecked (the command), a folder reads as an empty file.
     if (!unchecked_files || e.code != EISDIR) throw;
     input.reader = std::make_unique<MemoryReader>(nullptr, 0);
     return input;
@@ -166,6 +164,43 @@ void copy_bytes(Reader& source, std::streambuf& final_buf, const fs::path& in_pa
   } while (n != 0);
 }
 
+// The compression the output's last suffix asks for; the names give no other.
+Compression output_compression(const Names& n) {
+  if (n.out_compression == ".zst") return Compression::zstd;
+  if (n.out_compression == ".gz") return Compression::gzip;
+  return Compression::none;
+}
+
+// The whole solution, all input consumed and checked before any output is
+// formatted. Its failures name the input file.
+std::unique_ptr<Solution> read_input(Reader& source, const fs::path& in_path) {
+  try {
+    return read_solution(source);
+  } catch (Error& e) {
+    e.set_path(in_path.string());
+    throw;
+  }
+}
+
+// Runs the one writer the output form asks for; an unknown form is the
+// command's status 7.
+Outcome write_form(std::ostream& out, const Solution& solution, const fs::path& format,
+                   unsigned threads) {
+  if (format == ".json" || format == ".jtask") {
+    write_json(out, solution, threads);  // ".jtask" is the same document
+  } else if (format == ".task") {
+    write_task(out, solution);
+  } else if (format == ".txt") {
+    write_text_report(out, solution, threads);
+  } else {
+    return {7, "ERROR: Unknown output format '" + quoted(format) + "'"};
+  }
+  return {};
+}
+
+// Both compressed forms are written at this level.
+constexpr int kCompressionLevel = 3;
+
 }  // namespace
 
 // Everything a running conversion owns, in order of creation, so that the
@@ -180,6 +215,45 @@ struct Conversion::Owned {
   std::optional<gzip::streambuf> gzip_out;
   std::unique_ptr<Solution> solution;
   std::optional<std::ostream> stream;
+
+  // Standard output's buffer, or the output file, created. Unchecked (the
+  // command), an output that cannot be created is a closed file buffer: it
+  // loses every write, and the conversion still succeeds.
+  // Unchecked (the command), an output that cannot be created is a closed
+  // file buffer: it loses every write, and the conversion still succeeds.
+  // The watch, if any, hears of the file's opening on either side of it.
+  std::streambuf* create_output(const Names& n, bool checked, OutputWatch* watch) {
+    if (n.out_base == "-") return std::cout.rdbuf();
+    if (watch) watch->opening();
+    try {
+      out_file.emplace(n.out_path, checked);
+    } catch (...) {
+      if (watch) watch->opened(false);
+      throw;
+    }
+    if (watch) watch->opened(out_file->is_open());
+    return &*out_file;
+  }
+  // The input's bytes as the solution file has them.
+  Reader* decompress(const Names& n) {
+    if (n.in_compression != ".zst") return input.reader.get();
+    return &decompressor.emplace(input.reader.get());
+  }
+  // The buffer the output form is written to: the sink itself, or a
+  // compressing buffer over it run by `workers` threads.
+  std::streambuf* compress(std::streambuf* sink, Compression compression, unsigned workers) {
+    switch (compression) {
+      case Compression::zstd:
+        return &zstd_out.emplace(sink, kCompressionLevel, workers);
+      case Compression::gzip:
+        // The command's gzip output drops the byte at every 65536-byte
+        // boundary of the text: readers of these files expect it.
+        return &gzip_out.emplace(sink, kCompressionLevel, workers, gzip::Overflow::drop);
+      case Compression::none:
+        break;
+    }
+    return sink;
+  }
 };
 
 Conversion::Conversion(std::string_view in_name, std::string_view out_name, ConvertOptions options)
@@ -195,9 +269,7 @@ Conversion::~Conversion() {
 
 Outcome Conversion::run() {
   const Names n = parse_names(in_name_, out_name_);
-  if (n.in_compression == ".gz") {
-    return {2, UnsupportedInput(quoted(n.in_compression)).what()};
-  }
+  if (n.in_compression == ".gz") return {2, UnsupportedInput(quoted(n.in_compression)).what()};
 
   close();
   owned_ = std::make_unique<Owned>();
@@ -206,81 +278,24 @@ Outcome Conversion::run() {
   // leaves no output file behind.
   o.input = open_input(n.in_path, options_.unchecked_files);
   refuse_same_file(o.input, n);
+  std::streambuf* sink = o.create_output(n, !options_.unchecked_files, options_.watch);
 
-  std::streambuf* sink;
-  if (n.out_base == "-") {
-    sink = std::cout.rdbuf();
-  } else {
-    // Unchecked (the command), an output that cannot be created is a closed
-    // file buffer: it loses every write, and the conversion still succeeds.
-    OutputWatch* const watch = options_.watch;
-    if (watch) watch->opening();
-    try {
-      sink = &o.out_file.emplace(n.out_path, !options_.unchecked_files);
-    } catch (...) {
-      if (watch) watch->opened(false);
-      throw;
-    }
-    if (watch) watch->opened(o.out_file->is_open());
-  }
-
-  // Never true: no extension equals "b" without its dot. A ".b.zst" to
-  // ".b.zst" conversion therefore decompresses and compresses again, as it
-  // always has.
-  if (n.out_format == "b" && n.in_compression == n.out_compression) {
-    copy_bytes(*o.input.reader, *sink, n.in_path);
-    return {};
-  }
-
-  Reader* source = o.input.reader.get();
-  if (n.in_compression == ".zst") source = &o.decompressor.emplace(source);
-
+  // ".b.zst" to ".b.zst" too is decompressed and then compressed again.
+  Reader* source = o.decompress(n);
   // Formatting and compression share the threads. A compressed output gets
   // at least one worker, so a Zstandard frame is the same bytes on any
   // machine.
-  const Compression compression = n.out_compression == ".zst"  ? Compression::zstd
-                                  : n.out_compression == ".gz" ? Compression::gzip
-                                                               : Compression::none;
-  const ThreadShare share =
-      share_threads(options_.threads == 0 ? machine_threads() : options_.threads, compression);
-  const unsigned format_threads = std::max(share.format, 1u);
-  // The output's compression is ".zst", ".gz" or none: the names give no other.
-  std::streambuf* final_buf = sink;
-  if (n.out_compression == ".zst") {
-    final_buf = &o.zstd_out.emplace(sink, 3, share.compress);
-  } else if (n.out_compression == ".gz") {
-    // The command's gzip output drops the byte at every 65536-byte boundary
-    // of the text: readers of these files expect it.
-    final_buf = &o.gzip_out.emplace(sink, 3, share.compress, gzip::Overflow::drop);
-  }
+  const Compression compression = output_compression(n);
+  const ThreadShare share = share_threads(thread_budget(options_.threads), compression);
+  std::streambuf* final_buf = o.compress(sink, compression, share.compress);
 
   if (n.out_format == ".b") {
     copy_bytes(*source, *final_buf, n.in_path);
     return {};
   }
-
-  try {
-    o.solution = read_solution(*source);
-  } catch (Error& e) {
-    e.set_path(n.in_path.string());
-    throw;
-  }
-  std::ostream& out = o.stream.emplace(final_buf);
-  if (n.out_format == ".json" || n.out_format == ".jtask") {
-    write_json(out, *o.solution, format_threads);  // ".jtask" is the same document
-  } else if (n.out_format == ".task") {
-    write_task(out, *o.solution);
-  } else if (n.out_format == ".txt") {
-    try {
-      write_text_report(out, *o.solution, format_threads);
-    } catch (const fmt::format_error& e) {
-      // A solution with bar variables ends its report this way (writers.h).
-      throw Error(std::string("the text report cannot be written (") + e.what() + ")");
-    }
-  } else {
-    return {7, "ERROR: Unknown output format '" + quoted(n.out_format) + "'"};
-  }
-  return {};
+  o.solution = read_input(*source, n.in_path);
+  return write_form(o.stream.emplace(final_buf), *o.solution, n.out_format,
+                    std::max(share.format, 1u));
 }
 
 void Conversion::close() {

@@ -12,11 +12,11 @@ void Error::set_path(const std::string& path) {
   path_ = path;
 }
 
-FormatError::FormatError(std::string_view text, SourceLocation location)
+FormatError::FormatError(std::string_view text, CheckNumber check)
     : Error(fmt::format("malformed solution file: {}", text)),
       message(text),
-      file(location.file),
-      line(location.line) {}
+      file(check.file),
+      line(check.line) {}
 
 namespace {
 std::string incompatible_text(std::uint32_t mark, std::size_t length) {
@@ -52,6 +52,9 @@ UnsupportedInput::UnsupportedInput(std::string_view quoted_suffix)
 
 SameFileError::SameFileError(const std::string& in_path, const std::string& out_path)
     : Error(fmt::format("input {} and output {} are the same file", in_path, out_path)) {}
+
+ReportError::ReportError(std::string_view reason)
+    : Error(fmt::format("the text report cannot be written ({})", reason)) {}
 
 gzip::GZipError::GZipError(std::int32_t engine_code)
     : Error(fmt::format("gzip compression failed (engine code {})", engine_code)),

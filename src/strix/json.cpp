@@ -193,7 +193,7 @@ void put_info_group(OutBuffer& ob, std::string_view key, const InfoGroup<T>& gro
 }  // namespace
 
 void write_json(std::ostream& out, const Solution& solution, unsigned threads) {
-  OutBuffer ob(out.rdbuf(), threads == 0 ? machine_threads() : threads);
+  OutBuffer ob(out.rdbuf(), thread_budget(threads));
   ob.put('{');
   put_string(ob, "$schema");
   ob.append(" : ");

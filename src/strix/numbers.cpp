@@ -79,6 +79,12 @@ bool is_finite(double value) {
   return (std::bit_cast<std::uint64_t>(value) & 0x7FF0000000000000) != 0x7FF0000000000000;
 }
 
+// floor(e * log10(2)), the decimal exponent of 2^e: 315653 / 2^20 is
+// log10(2) closely enough for every |e| <= 2620, beyond a double's range.
+constexpr int floor_log10_pow2(int e) {
+  return (e * 315653) >> 20;
+}
+
 // The number of decimal digits of x > 0.
 int count_digits(std::uint64_t x) {
   static constexpr std::array<std::uint64_t, 20> kPow10 = [] {
@@ -87,7 +93,7 @@ int count_digits(std::uint64_t x) {
     for (std::size_t i = 1; i < table.size(); ++i) table[i] = table[i - 1] * 10;
     return table;
   }();
-  const int guess = (static_cast<int>(std::bit_width(x)) * 1233) >> 12;
+  const int guess = floor_log10_pow2(static_cast<int>(std::bit_width(x)));
   return guess + (x >= kPow10[static_cast<std::size_t>(guess)] ? 1 : 0);
 }
 
@@ -246,7 +252,7 @@ bool round_to_16_digits(double value, std::uint64_t& q, int& exp) {
   const std::uint64_t m = (bits & ((std::uint64_t{1} << 52) - 1)) | (std::uint64_t{1} << 52);
   const int e = biased - 1075;
   // 2^(e+52) <= v < 2^(e+53): the decimal exponent is this floor or one more.
-  exp = ((e + 52) * 315653) >> 20;
+  exp = floor_log10_pow2(e + 52);
   Scaled s;
   if (!scale(m, e, 15 - exp, s)) return false;
   if (s.q >= kPow10_16) {

@@ -12,6 +12,7 @@
 #include <fmt/compile.h>  // FMT_COMPILE
 #include <fmt/format.h>   // fmt::format, fmt::runtime
 
+#include "strix/errors.h"  // ReportError
 #include "strix/escape.h"
 #include "strix/numbers.h"
 #include "strix/outbuffer.h"
@@ -149,7 +150,7 @@ void write_variables(OutBuffer& ob, const Solution& s, const SolutionItem& item)
 // A report on a solution with bar variables ends inside this section, on
 // purpose: the matrix header of the first bar variable has four fields for
 // three arguments, so the formatting library throws its "argument not found"
-// error, which leaves the report for the driver to print. The header is
+// error, which ends the report as a ReportError. The header is
 // formatted at run time into its own string, so none of it reaches the
 // output; everything before it does (OutBuffer hands it over while the
 // exception unwinds). The matrix rows that would follow are never reached
@@ -164,8 +165,13 @@ void write_bar_variables(OutBuffer& ob, DisplayName& names, const Solution& s) {
   const std::uint64_t n = t / 2;
   fmt::format_to(ob.out(), FMT_COMPILE("      {}({}):\n"),
                  names.get(s.barvar_names, s.numbarvar, 0, "barvar"), n);
-  const std::string header =
-      fmt::format(fmt::runtime("        #{:<9s} {:24s} {:24s} {:24s}\n"), "index", "barx", "bars");
+  std::string header;
+  try {
+    header = fmt::format(fmt::runtime("        #{:<9s} {:24s} {:24s} {:24s}\n"), "index", "barx",
+                         "bars");
+  } catch (const fmt::format_error& e) {
+    throw ReportError(e.what());
+  }
   ob.append(header);
 }
 
@@ -250,7 +256,7 @@ void write_affine_conic(OutBuffer& ob, const Solution& s, const SolutionItem& it
 }  // namespace
 
 void write_text_report(std::ostream& out, const Solution& solution, unsigned threads) {
-  OutBuffer ob(out.rdbuf(), threads == 0 ? machine_threads() : threads);
+  OutBuffer ob(out.rdbuf(), thread_budget(threads));
   DisplayName names;
   ob.append("Solutions\n");
   for (const SolutionItem& item : solution.solutions) {

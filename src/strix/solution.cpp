@@ -1,8 +1,9 @@
 #include "strix/solution.h"
 
-#include <atomic>   // the files' shared counters
-#include <cstring>  // std::memcpy
-#include <thread>   // std::jthread
+#include <atomic>        // the files' shared counters
+#include <cstring>       // std::memcpy
+#include <system_error>  // std::system_error
+#include <thread>        // std::jthread
 
 #include <unistd.h>     // STDIN_FILENO
 #include <numeric>      // std::accumulate
@@ -11,7 +12,7 @@
 #include "strix/errors.h"
 #include "strix/record.h"
 #include "strix/streams.h"
-#include "strix/threads.h"  // machine_threads
+#include "strix/threads.h"  // thread_budget
 
 namespace strix {
 
@@ -31,7 +32,7 @@ constexpr NamesSection kNamesSections[] = {
 };
 
 [[noreturn]] void fail(std::int32_t line, std::string_view message) {
-  throw FormatError(message, SourceLocation{kSourceFile, line});
+  throw FormatError(message, CheckNumber{kSourceFile, line});
 }
 
 // Cuts one view per length from the buffer, name k following name k-1. The
@@ -393,10 +394,13 @@ std::vector<FileRead> read_solution_files(const std::vector<std::filesystem::pat
       }
     }
   };
-  const std::size_t n =
-      std::min<std::size_t>(threads == 0 ? machine_threads() : threads, paths.size());
+  const std::size_t n = std::min<std::size_t>(thread_budget(threads), paths.size());
   std::vector<std::jthread> pool;
-  for (std::size_t t = 1; t < n; ++t) pool.emplace_back(work);
+  try {
+    for (std::size_t t = 1; t < n; ++t) pool.emplace_back(work);
+  } catch (const std::system_error&) {
+    // No more threads to be had: those running and this one read the rest.
+  }
   work();
   return reads;
 }

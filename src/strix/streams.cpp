@@ -33,11 +33,6 @@ std::uint64_t Reader::skip(std::uint64_t n) {
 }
 
 namespace {
-// The file's buffer is page-aligned: the kernel fills it measurably faster
-// (a 99 MB ".b" copy took 0.037 s against 0.041 s with the 16-byte offset
-// of a plain allocation this size).
-constexpr std::align_val_t kPage{4096};
-
 // read(2) until n bytes or the end of the data; an error ends the data, as
 // a failed read of a stream does.
 std::uint64_t read_fully(int fd, char* dst, std::uint64_t n) {
@@ -53,10 +48,10 @@ std::uint64_t read_fully(int fd, char* dst, std::uint64_t n) {
 }  // namespace
 
 FDescReader::FDescReader(int fd)
-    : fd_(fd), buffer_(new (kPage) char[kInputBuffer]), fill_(kFirstFill) {}
+    : fd_(fd), buffer_(new (kInputBufferAlignment) char[kInputBuffer]), fill_(kFirstFill) {}
 
 FDescReader::~FDescReader() {
-  ::operator delete[](buffer_, kPage);
+  ::operator delete[](buffer_, kInputBufferAlignment);
 }
 
 bool FDescReader::refill() {

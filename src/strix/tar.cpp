@@ -49,8 +49,6 @@ constexpr Field kDevminor{337, 8};
 // The checksum covers the header up to the start of the unused tail.
 constexpr std::size_t kChecksummedBytes = 500;
 
-constexpr std::size_t kBlockSize = 512;
-
 // Sizes from here on take the base-256 form although twelve octal digits
 // would still hold them; readers of task archives expect this threshold.
 constexpr std::uint64_t kBase256SizeFrom = std::uint64_t{1} << 29;
@@ -58,7 +56,7 @@ constexpr std::uint64_t kBase256SizeFrom = std::uint64_t{1} << 29;
 constexpr unsigned char kBase256Marker = 0x80;
 constexpr std::size_t kBase256ValueOffset = kSize.offset + 4;
 
-using Block = std::array<unsigned char, kBlockSize>;
+using Block = std::array<unsigned char, kTarBlock>;
 
 static_assert(kMagic.offset + kMagic.size == kUname.offset);
 static_assert(kDevminor.offset + kDevminor.size <= kChecksummedBytes);
@@ -78,9 +76,8 @@ void put_octal_digits(Block& block, std::size_t offset, std::size_t digits, std:
 }
 
 // An 8-byte octal field: mode, ids and checksum. Zero is "0000000" and a
-// terminator while any other value is eight digits without one: the
-// asymmetry is part of the header image these archives have always had,
-// keep it.
+// terminator while any other value is eight digits without one: the task
+// archive's header image has this asymmetry.
 void put_octal_field(Block& block, Field field, std::uint32_t value) {
   if (value == 0) {
     put_bytes(block, field, std::string_view("0000000\0", 8));
@@ -243,7 +240,7 @@ void TarWriter::write_header(std::string_view name, std::uint64_t size) {
 
   put(block_.data(), block_.size());
   remaining_ = size;
-  pending_padding_ = (kBlockSize - size % kBlockSize) % kBlockSize;
+  pending_padding_ = (kTarBlock - size % kTarBlock) % kTarBlock;
 }
 
 void TarWriter::write_data(const void* data, std::uint64_t n) {
@@ -262,7 +259,7 @@ void TarWriter::finish() {
   put_zeros(pending_padding_);
   pending_padding_ = 0;
   // Two zero blocks end the archive; it is not padded to a record size.
-  put_zeros(2 * kBlockSize);
+  put_zeros(2 * kTarBlock);
 }
 
 // ---------------------------------------------------------- task archive

@@ -2,11 +2,15 @@
 #pragma once
 
 #include <array>        // std::array
+#include <cstddef>      // std::size_t
 #include <cstdint>      // fixed-width integers
 #include <ostream>      // std::ostream
 #include <string_view>  // std::string_view
 
 namespace strix {
+
+// Tar's unit: a header is one block, and data is padded to whole blocks.
+inline constexpr std::size_t kTarBlock = 512;
 
 // Permissions and owner, the same for every member of an archive.
 struct TarOwner {
@@ -38,8 +42,8 @@ class TarWriter {
   void put(const void* data, std::uint64_t n);
   void put_zeros(std::uint64_t n);
 
-  std::array<unsigned char, 512> template_{};  // every field but name, size, checksum
-  std::array<unsigned char, 512> block_{};     // the header being written
+  std::array<unsigned char, kTarBlock> template_{};  // every field but name, size, checksum
+  std::array<unsigned char, kTarBlock> block_{};     // the header being written
   std::ostream& stream_;
   std::uint64_t remaining_ = 0;
   std::uint64_t pending_padding_ = 0;

@@ -128,3 +128,11 @@ void OrderedPool::drain() noexcept {
 }
 
 }  // namespace strix
+
+namespace strix {
+
+unsigned thread_budget(unsigned requested) {
+  return requested == 0 ? machine_threads() : requested;
+}
+
+}  // namespace strix

@@ -74,3 +74,11 @@ class OrderedPool {
 };
 
 }  // namespace strix
+
+namespace strix {
+
+// The threads a caller may use: `requested`, or where that is 0, all that
+// machine_threads() gives.
+unsigned thread_budget(unsigned requested);
+
+}  // namespace strix
