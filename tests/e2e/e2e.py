@@ -542,7 +542,7 @@ class Writers(Case):
         files += [full_file(kinds=k) for k in (("interior",), ("integer",), ("basic", "integer"))]
         files += [sol(**{f: None}) for f in ("pobj", "dobj", "xx", "slx", "snx", "barx", "bars",
                                              "skn", "doty")]
-        big = noisy(40000)  # a document of many pieces
+        big = noisy(40000)  # a document of many pieces (some 4 MB)
         for sf in files + [big, RAW]:
             doc, members = self.run_ok(sf, "out.json"), task_members(sf)
             self.assertEqual((doc, self.run_ok(sf, "out.jtask.zst")), (json_doc(sf), doc))
@@ -573,12 +573,6 @@ class Writers(Case):
             b'"numvar" : 2147483647, "numcon" : 0, "numcone" : 0, "numbarvar" : 0, '
             b'"numacc" : 9223372036854775807, "nollover":[0,65536,7]},"Task/solutions":{},'
             b'"Task/information":{"int32":{},"int64":{},"double":{}}}'))
-        # The document of many pieces, parsed and compared value by value.
-        doc = self.run_ok(big, "out.json")
-        basic = json.loads(doc)["Task/solutions"]["basic"]
-        keys = ("xx", "slx", "sux", "snx")
-        self.assertEqual([len(doc) > 10 << 18] + [[float(v) for v in basic[k]] for k in keys],
-                         [True] + [getattr(big.solutions[0], k) for k in keys])
 
     def test_text_reports(self):
         self.assertEqual(self.run_ok(SMALL, "out.txt").decode("latin-1"), SMALL_REPORT)

@@ -1,6 +1,6 @@
-// Readers and buffers where the command line does not reach: requests of
-// zero bytes, what is left of a regular file and what the record reader
-// reserves from that, compression levels, a target that fails every write.
+// Readers and buffers where the command line does not reach: what is left
+// of a regular file or a pipe and what the record reader reserves from that,
+// compression levels, a target that fails every write.
 #include "strix/streams.h"
 
 #include <isa-l/igzip_lib.h>  // isal_inflate
@@ -29,26 +29,6 @@ std::string zstd_frame(const std::string& data, int level) {
   std::string out(ZSTD_compressBound(data.size()), '\0');
   out.resize(ZSTD_compress(out.data(), out.size(), data.data(), data.size(), level));
   return out;
-}
-
-TEST(ZstdReader, ZeroByteRequestsAndCorruptFrames) {
-  std::string data = zstd_frame("abc", 3) + zstd_frame("\xE9\xFF\x41\x00"s, 19);
-  strix::MemoryReader inner(data.data(), data.size());
-  strix::zstd::Reader r(&inner);
-  char buf[8];
-  EXPECT_EQ(r.read(buf, 0), 0u);
-  EXPECT_EQ(inner.remaining_bound(), data.size());  // nothing fetched for zero bytes
-  EXPECT_EQ(r.read(buf, 3), 3u);
-  EXPECT_EQ(std::string(buf, 3), "abc");
-  EXPECT_EQ(r.read(buf, 8), 4u);  // the second frame follows the first
-  EXPECT_EQ(std::string(buf, 4), "\xE9\xFF\x41\x00"s);
-  // A corrupt frame throws at the call that decodes it; then the data has ended.
-  std::string bad = zstd_frame("hello", 3) + "junk";
-  strix::MemoryReader bad_inner(bad.data(), bad.size());
-  strix::zstd::Reader r2(&bad_inner);
-  EXPECT_EQ(r2.read(buf, 5), 5u);
-  EXPECT_THROW(r2.read(buf, 1), strix::zstd::CompressionError);
-  EXPECT_EQ(r2.read(buf, 1), 0u);
 }
 
 // What is left of a regular file is known, also after reads, and an array
