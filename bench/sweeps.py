@@ -8,9 +8,10 @@ sides taking turns.
 
 --build names a CMake build tree of strix with the Python module
 (build/python); --baseline another one, whose full read is timed against
-this one's (A/B). Every read runs in a fresh interpreter, whose peak
-resident memory after `import strix` and after the read is taken from
-getrusage. Prints a markdown section; --report also writes it to FILE.
+this one's (A/B). Every read runs in a fresh interpreter: resident memory
+after `import strix`, and the peak during the read (the kernel's peak is
+reset after the import). Prints a markdown section; --report also puts it
+into FILE (docs/benchmark.md), between its marks.
 """
 import argparse
 import datetime
@@ -159,9 +160,13 @@ def main():
         f"{loop * 1000:.0f} ms.", "",
         "| target | measured | limit | |", "|---|---|---|---|", *lines, ""])
     print(text)
-    if a.report:
+    if a.report:  # the section between its marks, in place of an earlier run's
+        begin, end = "<!-- bench:sweeps -->\n", "<!-- /bench:sweeps -->\n"
+        old = open(a.report).read() if os.path.exists(a.report) else ""
+        if begin in old and end in old:
+            old = old[:old.index(begin)] + old[old.index(end) + len(end):]
         with open(a.report, "w") as f:
-            f.write(text)
+            f.write(old + begin + text + end)
     sys.exit(0 if all(checks) else 1)
 
 
