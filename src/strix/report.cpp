@@ -111,41 +111,47 @@ constexpr std::size_t kRowBytes = 6 + 20 + 2 + 6 + 4 * (1 + kValueColumnWidth) +
 // (variables) and "      {:20s}: {:6s}" (constraints) give the same row
 // head; each column is " {:24.16g}". Ranges of rows are formatted in
 // parallel, each with display names of its own.
-void write_rows(OutBuffer& ob, const NameList& list, std::int32_t count,
+void write_rows(TextBuffer& t, const NameList& list, std::int32_t count,
                 std::string_view default_prefix, const Array<std::uint8_t>& keys,
-                const std::array<const Array<double>*, 4>& columns) {
+                const std::array<const Array<double>*, 4>& columns, std::uint64_t first,
+                std::uint64_t last) {
+  DisplayName names;
+  for (std::uint64_t j = first; j < last; ++j) {
+    const std::string_view name =
+        names.get(list, count, static_cast<std::int64_t>(j), default_prefix);
+    const std::string_view key = key_name(keys, j);
+    char* out = t.room(6 + std::max<std::size_t>(name.size(), 20) + 2 +
+                       std::max<std::size_t>(key.size(), 6) + 4 * (1 + kValueColumnWidth) + 1);
+    std::memset(out, ' ', 6);
+    out = put_padded(out + 6, name, 20);
+    *out++ = ':';
+    *out++ = ' ';
+    out = put_padded(out, key, 6);
+    for (const Array<double>* values : columns) {
+      *out++ = ' ';
+      out = put_value(out, *values, j);
+    }
+    *out++ = '\n';
+    t.commit(out);
+  }
+}
+
+void write_table(OutBuffer& ob, const NameList& list, std::int32_t count,
+                 std::string_view default_prefix, const Array<std::uint8_t>& keys,
+                 const std::array<const Array<double>*, 4>& columns) {
   const auto rows = static_cast<std::uint64_t>(std::max(count, 0));
   ob.format_run({1, [rows](std::size_t) { return rows; }, kRowBytes,
                  [&list, count, default_prefix, &keys, columns](std::size_t, std::uint64_t first,
                                                                 std::uint64_t last, TextBuffer& t) {
-                   DisplayName names;
-                   for (std::uint64_t j = first; j < last; ++j) {
-                     const std::string_view name =
-                         names.get(list, count, static_cast<std::int64_t>(j), default_prefix);
-                     const std::string_view key = key_name(keys, j);
-                     char* out = t.room(6 + std::max<std::size_t>(name.size(), 20) + 2 +
-                                        std::max<std::size_t>(key.size(), 6) +
-                                        4 * (1 + kValueColumnWidth) + 1);
-                     std::memset(out, ' ', 6);
-                     out = put_padded(out + 6, name, 20);
-                     *out++ = ':';
-                     *out++ = ' ';
-                     out = put_padded(out, key, 6);
-                     for (const Array<double>* values : columns) {
-                       *out++ = ' ';
-                       out = put_value(out, *values, j);
-                     }
-                     *out++ = '\n';
-                     t.commit(out);
-                   }
+                   write_rows(t, list, count, default_prefix, keys, columns, first, last);
                  }});
 }
 
 void write_variables(OutBuffer& ob, const Solution& s, const SolutionItem& item) {
   ob.append("    Variables\n");
   write_header(ob, "xx", "slx", "sux", "snx");
-  write_rows(ob, s.var_names, s.numvar, "var", item.skx,
-             {&item.xx, &item.slx, &item.sux, &item.snx});
+  write_table(ob, s.var_names, s.numvar, "var", item.skx,
+              {&item.xx, &item.slx, &item.sux, &item.snx});
 }
 
 // A report on a solution with bar variables ends inside this section, on
@@ -174,7 +180,8 @@ void write_bar_variables(OutBuffer& ob, DisplayName& names, const Solution& s) {
 void write_constraints(OutBuffer& ob, const Solution& s, const SolutionItem& item) {
   ob.append("    Constraints\n");
   write_header(ob, "xc", "slc", "suc", "y");
-  write_rows(ob, s.con_names, s.numcon, "con", item.skc, {&item.xc, &item.slc, &item.suc, &item.y});
+  write_table(ob, s.con_names, s.numcon, "con", item.skc,
+              {&item.xc, &item.slc, &item.suc, &item.y});
 }
 
 // Every row of ACC a shows constraint a's name and status and doty[a]: the
