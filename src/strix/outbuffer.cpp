@@ -58,7 +58,9 @@ class Cutter {
 
 // A range of a run formatted into a piece of its own, or text that the
 // writer formatted (no run): handed to the stream buffer in its turn, and
-// the piece then kept for formatting into again.
+// the piece then kept for formatting into again. The piece is written by
+// run(), on whichever thread runs it, and read by hand_on() on the writer's
+// after the pipeline has seen run() end; the run is shared and only read.
 class OutBuffer::Piece final : public Pipeline::Job {
  public:
   Piece(OutBuffer& owner, std::unique_ptr<TextBuffer> text, std::shared_ptr<const Run> run = {},

@@ -93,6 +93,7 @@ class OutBuffer : public TextBuffer {
   void pass_on();
   std::unique_ptr<TextBuffer> spare_piece();
 
+  // Both the writer's thread's alone: pieces are handed on there.
   std::streambuf* sink_;
   std::vector<std::unique_ptr<TextBuffer>> spare_;  // handed-on pieces, to format into again
   Pipeline pipeline_;  // declared last: its jobs end before the rest is destroyed

@@ -36,9 +36,12 @@ ThreadShare share_threads(unsigned threads, Compression compression) {
   // for both forms. Zstandard's workers compress alone, so every thread
   // besides the writer's may be one; gzip's writer deflates too while it
   // waits, so its workers and formatting threads share one thread less. The
-  // share that finishes both soonest wins.
+  // share that finishes both soonest wins. Zstandard keeps two workers on a
+  // single thread too: with one, the library waits for its worker between
+  // jobs, and a conversion on one core took longer.
   const unsigned ratio = compression == Compression::zstd ? 43 : 20;
-  const unsigned others = compression == Compression::zstd ? threads : std::max(threads - 1, 1u);
+  const unsigned others =
+      compression == Compression::zstd ? std::max(threads, 2u) : std::max(threads - 1, 1u);
   ThreadShare best{1, others};
   unsigned best_time = ~0u;
   for (unsigned format = 1; format <= others; ++format) {

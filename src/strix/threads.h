@@ -26,7 +26,8 @@ enum class Compression { none, zstd, gzip };
 // deflates chunks while it would otherwise wait. `format`: the threads that
 // format, the writer's among them (at least 1); `compress`: the threads that
 // compress (at least one when there is a compression). The threads started
-// besides the writer's, format - 1 + compress, never exceed the count.
+// besides the writer's, format - 1 + compress, never exceed the count, or two
+// for Zstandard.
 struct ThreadShare {
   unsigned format;
   unsigned compress;
