@@ -283,20 +283,30 @@ struct Deflation final : CompressingBuffer::Engine {
     Job(Deflation& owner_, std::unique_ptr<Chunk> chunk_)
         : owner(owner_), chunk(std::move(chunk_)) {}
     void run() override { deflate_here(*chunk, owner.level); }
-    void hand_on() override { owner.hand_on(*chunk); }
+    void hand_on() override {
+      owner.hand_on(*chunk);
+      owner.spare.push_back(std::move(chunk));
+    }
     Deflation& owner;
-    const std::unique_ptr<Chunk> chunk;
+    std::unique_ptr<Chunk> chunk;
   };
 
   // Deflates the pending text as the next chunk; the first is handed on
   // before anything more is taken.
   void submit(bool last) {
-    auto c = std::make_unique<Chunk>();
-    c->dictionary = window;
+    std::unique_ptr<Chunk> c;
+    if (spare.empty()) {
+      c = std::make_unique<Chunk>();
+    } else {
+      c = std::move(spare.back());
+      spare.pop_back();
+    }
+    c->dictionary.assign(window.begin(), window.end());
     c->last = last;
     window.insert(window.end(), pending.end() - std::min(pending.size(), kWindow), pending.end());
     if (window.size() > kWindow) window.erase(window.begin(), window.end() - kWindow);
     c->in.swap(pending);
+    pending.clear();
     pending.reserve(kChunk);
     pipeline.submit(std::make_unique<Job>(*this, std::move(c)));
     if (chunks++ == 0) pipeline.finish();
@@ -319,7 +329,10 @@ struct Deflation final : CompressingBuffer::Engine {
   const int level;
   std::vector<std::uint8_t> pending;
   std::vector<std::uint8_t> window;  // the last kWindow bytes submitted
-  std::uint64_t chunks = 0;          // submitted
+  // Chunks handed on, to fill again: their buffers keep their memory, which
+  // fresh ones would take from the system, page by page, at every chunk.
+  std::vector<std::unique_ptr<Chunk>> spare;
+  std::uint64_t chunks = 0;  // submitted
   std::uint32_t crc = 0;
   std::uint64_t size = 0;  // of the text handed on
   bool header_written = false;
