@@ -105,8 +105,7 @@ class Pipeline {
   bool stopping_ = false;           // guarded: set by the destructor; threads end
   std::condition_variable queued_;  // threads wait here for entries or stopping_
   std::condition_variable done_;    // the caller waits here for an entry's `done`
-  // Written by the caller only, before the first job reaches a thread and in
-  // the destructor after they were told to stop.
+  // The caller's alone: filled by start(), joined by the destructor.
   std::vector<std::thread> threads_;
 };
 
