@@ -66,8 +66,9 @@ namespace gzip {
 enum class Overflow { keep, drop };
 
 // One gzip member. Levels are the deflate engine's, 0 to 3; others throw
-// GZipError. `workers` threads deflate it (0: the calling thread); the
-// member's bytes do not depend on the count.
+// GZipError. `workers` threads deflate it, and the calling thread too while
+// it waits for them (0: the calling thread alone); the member's bytes do not
+// depend on the count.
 class streambuf : public CompressingBuffer {
  public:
   streambuf(std::streambuf* target, int level, unsigned workers = 2,

@@ -1,9 +1,9 @@
 // The three text and archive forms of a solution. Each writes the whole form
 // to the stream's buffer; failures of that buffer are thrown (errors.h).
 // `threads` for the text forms: how many threads may format long runs of
-// output while this one hands finished pieces to the stream buffer in order
-// (0: as many as the machine gives the process; 1: this thread alone). The
-// bytes are the same for every count.
+// output, this one among them, which also hands the finished pieces to the
+// stream buffer in order (0: as many as the machine gives the process; 1:
+// this thread alone). The bytes are the same for every count.
 #pragma once
 
 #include <ostream>  // std::ostream

@@ -3,7 +3,6 @@
 #include <algorithm>  // std::clamp, std::min
 #include <cstddef>    // std::size_t
 #include <cstdint>    // std::uint8_t, std::uint32_t, std::uint64_t
-#include <deque>      // std::deque
 #include <iterator>   // std::begin, std::end
 #include <new>        // std::bad_alloc
 #include <vector>     // std::vector
@@ -153,21 +152,20 @@ outstreambuf::outstreambuf(std::streambuf* target, int level, unsigned workers)
 
 // ----------------------------------------------------------- gzip output
 //
-// The member is deflated in chunks, on worker threads once there is more
-// than one: each chunk is a run of raw deflate blocks, primed with the
-// 32 KiB of text before it, that ends on a byte boundary (a sync flush), and
-// the last ends with the final block. The chunks are handed on in order
-// between the header and the trailer, whose CRC is taken as they go. Chunk
-// boundaries depend on the text only, so the member's bytes do not depend on
-// the threads.
+// The member is deflated in chunks, in a pipeline of jobs (threads.h): each
+// chunk is a run of raw deflate blocks, primed with the 32 KiB of text
+// before it, that ends on a byte boundary (a sync flush), and the last ends
+// with the final block. The chunks are handed on in order between the header
+// and the trailer, whose CRC is taken as they go. Chunk boundaries depend on
+// the text only, so the member's bytes do not depend on the threads.
 
 namespace gzip {
 
 namespace {
 
-// The first chunk is the first put area, deflated and handed on at once, so
-// that a target that takes no bytes fails early and at a fixed point; then
-// chunks of kGzipChunk bytes.
+// The first chunk is the first put area, handed on before anything more is
+// taken, so that a target that takes no bytes fails early and at a fixed
+// point; then chunks of kGzipChunk bytes.
 constexpr std::size_t kWindow = 32768;  // deflate's reach: the dictionary of a chunk
 
 // Deflate, no name or time, made on Unix.
@@ -197,9 +195,9 @@ struct Chunk {
   std::vector<std::uint8_t> out;
 };
 
-// A deflate state and its work area; each thread that deflates keeps one.
-struct Deflater {
-  explicit Deflater(int level_) : level(level_), level_buf(level_buffer_size(level_)) {}
+// The engine's state and work area; each thread that deflates keeps one.
+struct DeflateState {
+  explicit DeflateState(int level_) : level(level_), level_buf(level_buffer_size(level_)) {}
 
   // Throws GZipError with the engine's code.
   void deflate(Chunk& c) {
@@ -239,30 +237,28 @@ struct Deflater {
 
 // Deflates on the thread it is called from, with that thread's state.
 void deflate_here(Chunk& c, int level) {
-  thread_local std::unique_ptr<Deflater> deflater;
-  if (!deflater || deflater->level != level) deflater = std::make_unique<Deflater>(level);
-  deflater->deflate(c);
+  thread_local std::unique_ptr<DeflateState> state;
+  if (!state || state->level != level) state = std::make_unique<DeflateState>(level);
+  state->deflate(c);
 }
 
 struct Deflation final : CompressingBuffer::Engine {
   Deflation(std::streambuf* target_buf, int level_, unsigned workers)
-      : target(target_buf), level(level_), pool(workers), most(2 * std::max(workers, 1u)) {
+      : target(target_buf), level(level_), pipeline(workers) {
     level_buffer_size(level);  // an unknown level fails here, not at the first chunk
     pending.reserve(kGzipChunk);
   }
-  // Jobs that still run use the chunks: they end first.
-  ~Deflation() override { pool.drain(); }
 
   void feed(const char* data, std::size_t n) override {
     pending.insert(pending.end(), data, data + n);
-    if (!header_written || pending.size() >= kGzipChunk) submit(false);
+    if (chunks == 0 || pending.size() >= kGzipChunk) submit(false);
   }
 
   // The last chunk, then the trailer.
   void finish(const char* data, std::size_t n) override {
     pending.insert(pending.end(), data, data + n);
     submit(true);
-    while (!chunks.empty()) hand_on_oldest();
+    pipeline.finish();
     std::uint8_t trailer[8];
     for (int i = 0; i < 4; ++i) {
       trailer[i] = static_cast<std::uint8_t>(crc >> (8 * i));
@@ -271,31 +267,39 @@ struct Deflation final : CompressingBuffer::Engine {
     write_or_throw(target, trailer, sizeof trailer);
   }
 
-  // Deflates the pending text as the next chunk: the first here and handed
-  // on at once, the others in the pool, with at most `most` waiting.
+  // A chunk deflated by whichever thread runs it and handed on by the
+  // writer's.
+  struct Job final : Pipeline::Job {
+    Job(Deflation& owner_, std::unique_ptr<Chunk> chunk_)
+        : owner(owner_), chunk(std::move(chunk_)) {}
+    void run() override { deflate_here(*chunk, owner.level); }
+    void hand_on() override {
+      owner.hand_on(*chunk);
+      owner.spare.push_back(std::move(chunk));
+    }
+    Deflation& owner;
+    std::unique_ptr<Chunk> chunk;
+  };
+
+  // Deflates the pending text as the next chunk; the first is handed on
+  // before anything more is taken.
   void submit(bool last) {
-    auto c = std::make_unique<Chunk>();
-    c->dictionary = window;
+    std::unique_ptr<Chunk> c;
+    if (spare.empty()) {
+      c = std::make_unique<Chunk>();
+    } else {
+      c = std::move(spare.back());
+      spare.pop_back();
+    }
+    c->dictionary.assign(window.begin(), window.end());
     c->last = last;
     window.insert(window.end(), pending.end() - std::min(pending.size(), kWindow), pending.end());
     if (window.size() > kWindow) window.erase(window.begin(), window.end() - kWindow);
     c->in.swap(pending);
+    pending.clear();
     pending.reserve(kGzipChunk);
-    if (!header_written) {
-      deflate_here(*c, level);
-      hand_on(*c);
-      return;
-    }
-    Chunk* chunk = chunks.emplace_back(std::move(c)).get();
-    pool.submit([chunk, lvl = level] { deflate_here(*chunk, lvl); });
-    while (chunks.size() > most) hand_on_oldest();
-  }
-
-  void hand_on_oldest() {
-    pool.finish_oldest();
-    const std::unique_ptr<Chunk> c = std::move(chunks.front());
-    chunks.pop_front();
-    hand_on(*c);
+    pipeline.submit(std::make_unique<Job>(*this, std::move(c)));
+    if (chunks++ == 0) pipeline.finish();
   }
 
   void hand_on(Chunk& c) {
@@ -309,16 +313,20 @@ struct Deflation final : CompressingBuffer::Engine {
     size += c.in.size();
   }
 
+  // All of them the writer's thread's: the pipeline's threads touch only
+  // the chunk of the job they run, and the level.
   std::streambuf* target;
   const int level;
   std::vector<std::uint8_t> pending;
-  std::vector<std::uint8_t> window;           // the last kWindow bytes submitted
-  std::deque<std::unique_ptr<Chunk>> chunks;  // in the pool, in order
+  std::vector<std::uint8_t> window;  // the last kWindow bytes submitted
+  // Chunks handed on, to fill again: their buffers keep their memory, which
+  // fresh ones would take from the system, page by page, at every chunk.
+  std::vector<std::unique_ptr<Chunk>> spare;
+  std::uint64_t chunks = 0;  // submitted
   std::uint32_t crc = 0;
   std::uint64_t size = 0;  // of the text handed on
   bool header_written = false;
-  OrderedPool pool;
-  const std::size_t most;
+  Pipeline pipeline;  // last: its jobs end before the rest is destroyed
 };
 
 }  // namespace

@@ -2,9 +2,10 @@
 #include <array>      // key table
 #include <cstddef>    // std::size_t, std::ptrdiff_t
 #include <cstdint>    // fixed-width integers
+#include <memory>     // std::make_shared
 #include <string>     // quoted key names
 #include <utility>    // std::pair
-#include <vector>     // block starts and cuts
+#include <vector>     // block starts
 
 #include <fmt/compile.h>  // FMT_COMPILE
 #include <fmt/format.h>   // fmt::format_to
@@ -60,12 +61,13 @@ constexpr std::size_t kValueBytes = 1 + kMaxShortestSize;
 void put_status_keys(OutBuffer& ob, std::string_view key, const Array<std::uint8_t>& keys) {
   put_string(ob, key);
   ob.append(" : [");
-  ob.format_ranges(keys.size(), kKeyBytes, [&](std::size_t first, std::size_t last, TextBuffer& t) {
-    for (std::size_t i = first; i < last; ++i) {
-      if (i != 0) t.put(',');
-      t.append(kQuotedKeyNames[keys[i]]);
-    }
-  });
+  ob.format_run({1, [n = keys.size()](std::size_t) { return n; }, kKeyBytes,
+                 [k = &keys](std::size_t, std::uint64_t first, std::uint64_t last, TextBuffer& t) {
+                   for (std::uint64_t i = first; i < last; ++i) {
+                     if (i != 0) t.put(',');
+                     t.append(kQuotedKeyNames[(*k)[i]]);
+                   }
+                 }});
   ob.put(']');
 }
 
@@ -89,45 +91,39 @@ void put_values(TextBuffer& t, const double* first, const double* last, bool fir
 void put_numbers(OutBuffer& ob, std::string_view key, const Array<double>& values) {
   put_string(ob, key);
   ob.append(" : [");
-  const double* v = values.data();
-  ob.format_ranges(values.size(), kValueBytes,
-                   [v](std::size_t first, std::size_t last, TextBuffer& t) {
-                     put_values(t, v + first, v + last, first == 0);
-                   });
+  ob.format_run(
+      {1, [n = values.size()](std::size_t) { return n; }, kValueBytes,
+       [v = values.data()](std::size_t, std::uint64_t first, std::uint64_t last, TextBuffer& t) {
+         put_values(t, v + first, v + last, first == 0);
+       }});
   ob.put(']');
 }
 
 // The pattern alone decides the shape: values beyond its sum are not
 // written, and an empty pattern gives "[]" whatever the values. The flat
 // vector is not trusted to hold the whole sum: a block is cut short where the
-// values run out and every later block comes out as "[]". Runs of whole
-// blocks of about a piece's worth of values are formatted in parallel; a
-// block larger than that is one piece.
+// values run out and every later block comes out as "[]".
 void put_blocks(OutBuffer& ob, std::string_view key, const Array<double>& values,
                 const Array<std::uint64_t>& pattern) {
   put_string(ob, key);
   ob.append(" : [");
-  // starts[b]: the first value of block b; starts[size]: the end.
-  std::vector<std::size_t> starts(pattern.size() + 1);
-  std::vector<std::size_t> cuts{0};
-  std::size_t next = 0, piece = 0;
+  // (*starts)[b]: the first value of block b; (*starts)[size]: the end.
+  auto starts = std::make_shared<std::vector<std::size_t>>(pattern.size() + 1);
+  std::size_t next = 0;
   for (std::size_t b = 0; b < pattern.size(); ++b) {
-    starts[b] = next;
-    const std::uint64_t n = std::min<std::uint64_t>(pattern[b], values.size() - next);
-    next += static_cast<std::size_t>(n);
-    piece += static_cast<std::size_t>(n) + 1;
-    if (piece * kValueBytes >= kOutputPiece) cuts.push_back(b + 1), piece = 0;
+    (*starts)[b] = next;
+    next += static_cast<std::size_t>(std::min<std::uint64_t>(pattern[b], values.size() - next));
   }
-  starts[pattern.size()] = next;
-  if (cuts.back() != pattern.size()) cuts.push_back(pattern.size());
-  const double* v = values.data();
-  ob.format_cuts(cuts, [&starts, v](std::size_t first, std::size_t last, TextBuffer& t) {
-    for (std::size_t b = first; b < last; ++b) {
-      t.append(b != 0 ? ",[" : "[");
-      put_values(t, v + starts[b], v + starts[b + 1], true);
-      t.put(']');
-    }
-  });
+  (*starts)[pattern.size()] = next;
+  ob.format_run({pattern.size(),
+                 [starts](std::size_t b) { return (*starts)[b + 1] - (*starts)[b]; }, kValueBytes,
+                 [starts, v = values.data()](std::size_t b, std::uint64_t first, std::uint64_t last,
+                                             TextBuffer& t) {
+                   if (first == 0) t.append(b != 0 ? ",[" : "[");
+                   const double* block = v + (*starts)[b];
+                   put_values(t, block + first, block + last, first == 0);
+                   if (last == (*starts)[b + 1] - (*starts)[b]) t.put(']');
+                 }});
   ob.put(']');
 }
 

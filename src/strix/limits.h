@@ -52,6 +52,12 @@ inline constexpr std::size_t kHugePage = std::size_t{2} << 20;
 // nothing beside formatting, small enough to stay in cache.
 inline constexpr std::size_t kOutputPiece = std::size_t{1} << 18;
 
+// A pipeline of jobs (threads.h) keeps at most this many in flight per
+// thread that runs them, the submitting thread counted: enough that a thread
+// finds its next job queued while the submitter hands one on, few enough to
+// hold little memory (a gzip chunk is 1 MiB of text and its output).
+inline constexpr std::size_t kJobsPerThread = 2;
+
 // The JSON writer formats this many values into one reservation of room.
 inline constexpr std::size_t kJsonValueBatch = 1024;
 

@@ -3,116 +3,137 @@
 #include <algorithm>  // std::max, std::min
 #include <utility>    // std::move
 
-#include "strix/threads.h"
-
 namespace strix {
 
-OutBuffer::OutBuffer(std::streambuf* sink, unsigned threads) : sink_(sink), threads_(threads) {}
+namespace {
+
+// Item `item` of block `block`; {blocks, 0} is the end of a run.
+struct Point {
+  std::size_t block = 0;
+  std::uint64_t item = 0;
+};
+
+// Appends [from, to) of a run, block by block.
+void format_range(const Run& run, Point from, Point to, TextBuffer& piece) {
+  for (std::size_t b = from.block; b < to.block || (b == to.block && to.item > 0); ++b) {
+    const std::uint64_t first = b == from.block ? from.item : 0;
+    const std::uint64_t last = b == to.block ? to.item : run.items(b);
+    run.format(b, first, last, piece);
+  }
+}
+
+// Cuts a run into ranges of `per` items (a block's opening counted as one),
+// one after the other. A range ends inside a block only where it is full;
+// where it ends at a block's end, it ends at the next block's start.
+class Cutter {
+ public:
+  explicit Cutter(const Run& run)
+      : run_(run),
+        per_(std::max<std::size_t>(2, kOutputPiece / std::max<std::size_t>(run.item_bytes, 1))) {}
+
+  // The next range [from, to), never empty; false after the last.
+  bool next(Point& from, Point& to) {
+    if (at_.block >= run_.blocks) return false;
+    from = at_;
+    std::uint64_t budget = per_;
+    while (budget > 0 && at_.block < run_.blocks) {
+      if (at_.item == 0) --budget;
+      const std::uint64_t n = run_.items(at_.block);
+      const std::uint64_t take = std::min(n - at_.item, budget);
+      at_.item += take;
+      budget -= take;
+      if (at_.item == n) at_ = {at_.block + 1, 0};
+    }
+    to = at_;
+    return true;
+  }
+
+ private:
+  const Run& run_;
+  std::uint64_t per_;  // at least 2: an opening and an item, so every range moves on
+  Point at_;
+};
+
+}  // namespace
+
+// A range of a run formatted into a piece of its own, or text that the
+// writer formatted (no run): handed to the stream buffer in its turn, and
+// the piece then kept for formatting into again. The piece is written by
+// run(), on whichever thread runs it, and read by hand_on() on the writer's
+// after the pipeline has seen run() end; the run is shared and only read.
+class OutBuffer::Piece final : public Pipeline::Job {
+ public:
+  Piece(OutBuffer& owner, std::unique_ptr<TextBuffer> text, std::shared_ptr<const Run> run = {},
+        Point from = {}, Point to = {})
+      : owner_(owner), text_(std::move(text)), run_(std::move(run)), from_(from), to_(to) {}
+
+  void run() override { format_range(*run_, from_, to_, *text_); }
+
+  // What the sink returns is deliberately not looked at: a plain file that
+  // cannot be written loses the bytes silently; a compressing buffer throws.
+  void hand_on() override {
+    const std::string_view text = text_->text();
+    if (!text.empty()) owner_.sink_->sputn(text.data(), static_cast<std::streamsize>(text.size()));
+    text_->clear();
+    owner_.spare_.push_back(std::move(text_));
+  }
+
+ private:
+  OutBuffer& owner_;
+  std::unique_ptr<TextBuffer> text_;
+  std::shared_ptr<const Run> run_;
+  Point from_, to_;
+};
+
+OutBuffer::OutBuffer(std::streambuf* sink, unsigned threads)
+    : sink_(sink), pipeline_(threads > 1 ? threads - 1 : 0) {}
 
 OutBuffer::~OutBuffer() {
-  // Writers flush at their end, where a failure can still reach the driver;
-  // this one covers a writer that is left by an exception (what it formatted
-  // belongs in the output) and must not throw a second time.
+  // Writers flush at their end, where a failure can still reach their
+  // caller; this one covers a writer that is left by an exception (what it
+  // formatted belongs in the output) and must not throw a second time.
   try {
     flush();
   } catch (...) {
   }
 }
 
-// After a failure of the stream buffer nothing more is offered to it: what
-// is pending is dropped and the failure is thrown again.
-void OutBuffer::rethrow_failure() {
-  if (!failure_) return;
-  clear();
-  std::rethrow_exception(failure_);
+std::unique_ptr<TextBuffer> OutBuffer::spare_piece() {
+  if (spare_.empty()) return std::make_unique<TextBuffer>();
+  std::unique_ptr<TextBuffer> piece = std::move(spare_.back());
+  spare_.pop_back();
+  return piece;
 }
 
-// What the sink returns is deliberately not looked at: a plain file that
-// cannot be written loses the bytes silently; a compressing buffer throws.
-void OutBuffer::offer(TextBuffer& piece) {
-  const std::string_view text = piece.text();
-  piece.clear();
-  if (text.empty()) return;
-  try {
-    sink_->sputn(text.data(), static_cast<std::streamsize>(text.size()));
-  } catch (...) {
-    failure_ = std::current_exception();
-  }
-  rethrow_failure();
+// The text formatted here joins the pipeline behind the pieces in flight.
+void OutBuffer::pass_on() {
+  if (size() == 0) return;
+  std::unique_ptr<TextBuffer> text = spare_piece();
+  text->swap(*this);
+  pipeline_.submit(std::make_unique<Piece>(*this, std::move(text)), true);
 }
 
 void OutBuffer::flush() {
-  rethrow_failure();
-  offer(*this);
+  pass_on();
+  pipeline_.finish();
 }
 
-template <typename RangeAt>
-void OutBuffer::run_ranges(std::size_t ranges, RangeAt range_at, const FormatRange& format) {
-  if (threads_ < 2 || ranges < 2) {
-    for (std::size_t k = 0; k < ranges; ++k) {
-      const auto [first, last] = range_at(k);
-      format(first, last, *this);
-      maybe_flush();
-    }
+void OutBuffer::format_run(Run run) {
+  const auto shared = std::make_shared<const Run>(std::move(run));
+  Cutter cutter(*shared);
+  Point from, to, second_from, second_to;
+  if (!cutter.next(from, to)) return;
+  if (!cutter.next(second_from, second_to)) {
+    format_range(*shared, from, to, *this);
+    maybe_flush();
     return;
   }
-  // What was formatted before the run goes first.
-  flush();
-  if (!pool_) pool_ = std::make_unique<OrderedPool>(threads_);
-  OrderedPool& pool = *pool_;
-  std::vector<std::unique_ptr<TextBuffer>> pieces;  // in flight, in order
-  const std::size_t most = 2 * std::max<std::size_t>(threads_, 1);
-  auto finish_oldest = [&] {
-    pool.finish_oldest();
-    std::unique_ptr<TextBuffer> piece = std::move(pieces.front());
-    pieces.erase(pieces.begin());
-    offer(*piece);
-    spare_.push_back(std::move(piece));
-  };
-  try {
-    for (std::size_t k = 0; k < ranges; ++k) {
-      if (pieces.size() >= most) finish_oldest();
-      std::unique_ptr<TextBuffer> piece;
-      if (spare_.empty()) {
-        piece = std::make_unique<TextBuffer>();
-      } else {
-        piece = std::move(spare_.back());
-        spare_.pop_back();
-      }
-      TextBuffer* target = piece.get();
-      pieces.push_back(std::move(piece));
-      const auto [first, last] = range_at(k);
-      pool.submit([&format, target, first = first, last = last] { format(first, last, *target); });
-    }
-    while (!pieces.empty()) finish_oldest();
-  } catch (...) {
-    // The jobs still running format into pieces this frame owns.
-    pool.drain();
-    throw;
-  }
-}
-
-void OutBuffer::format_ranges(std::size_t count, std::size_t item_bytes,
-                              const FormatRange& format) {
-  const std::size_t per =
-      std::max<std::size_t>(1, kOutputPiece / std::max<std::size_t>(item_bytes, 1));
-  const std::size_t ranges = (count + per - 1) / per;
-  run_ranges(
-      ranges,
-      [&](std::size_t k) {
-        return std::pair{k * per, std::min(count, (k + 1) * per)};
-      },
-      format);
-}
-
-void OutBuffer::format_cuts(const std::vector<std::size_t>& cuts, const FormatRange& format) {
-  if (cuts.size() < 2) return;
-  run_ranges(
-      cuts.size() - 1,
-      [&](std::size_t k) {
-        return std::pair{cuts[k], cuts[k + 1]};
-      },
-      format);
+  pass_on();
+  pipeline_.submit(std::make_unique<Piece>(*this, spare_piece(), shared, from, to));
+  from = second_from, to = second_to;
+  do {
+    pipeline_.submit(std::make_unique<Piece>(*this, spare_piece(), shared, from, to));
+  } while (cutter.next(from, to));
 }
 
 }  // namespace strix

@@ -1,10 +1,10 @@
 // The writers' output: text is formatted into memory and handed to a stream
-// buffer in large pieces; long runs of output are formatted by a pool of
-// threads, a range each, and handed on in order.
+// buffer in large pieces; long runs of output are cut into ranges, formatted
+// by a pipeline of threads into a piece each, and handed on in order.
 #pragma once
 
 #include <cstddef>      // std::size_t
-#include <exception>    // std::exception_ptr
+#include <cstdint>      // std::uint64_t
 #include <functional>   // std::function
 #include <memory>       // std::unique_ptr
 #include <streambuf>    // std::streambuf
@@ -14,10 +14,9 @@
 #include <fmt/format.h>  // fmt::memory_buffer
 
 #include "strix/limits.h"
+#include "strix/threads.h"
 
 namespace strix {
-
-class OrderedPool;
 
 // Text being formatted in memory.
 class TextBuffer {
@@ -35,59 +34,69 @@ class TextBuffer {
   std::size_t size() const { return buf_.size(); }
   std::string_view text() const { return {buf_.data(), buf_.size()}; }
   void clear() { buf_.clear(); }
+  void swap(TextBuffer& other) { std::swap(buf_, other.buf_); }
 
  protected:
   fmt::memory_buffer buf_;
 };
 
-// Output in large pieces: writers format into this buffer, which is handed
-// to the stream buffer whenever it passes kOutputPiece bytes. Bytes go
-// through sputn directly, so a compressing buffer's failure reaches the
-// caller as its own exception (what a failing sink means: errors.h, IOError);
-// after it nothing more is offered.
+// A run of output: `blocks` blocks, block b holding items(b) items of about
+// `item_bytes` bytes of text each (a plain run of items is one block). It is
+// cut into ranges of about kOutputPiece bytes, counting a block's opening as
+// one item more; a range ends where that much is reached, between blocks or
+// inside one, so a block of any size is spread over ranges alike.
+// format(block, first, last, piece) appends items [first, last) of a block
+// to a piece: with first == 0 the block opens there, with last == items(block)
+// it closes there. Both are called on any thread, possibly after
+// format_run() has returned (until flush()): what they use must be their own
+// or outlive the writer's last flush().
+struct Run {
+  std::size_t blocks = 1;
+  std::function<std::uint64_t(std::size_t block)> items;
+  std::size_t item_bytes = 1;
+  std::function<void(std::size_t block, std::uint64_t first, std::uint64_t last, TextBuffer& piece)>
+      format;
+};
+
+// Output in large pieces: writers format into this buffer, whose text goes
+// to the stream buffer, after the pieces before it, whenever it passes
+// kOutputPiece bytes. Bytes go through sputn directly, so a compressing
+// buffer's failure reaches the writer's caller as its own exception (what a
+// failing sink means: errors.h, IOError); after it nothing more is offered.
 //
-// format_ranges() cuts a long run of items into ranges and formats each into
-// a piece of its own: on `threads` pool threads when there are two or more
-// and more than one range, else here. The pieces reach the stream buffer in
-// order, from this thread only; at most two per thread wait at a time. The
-// pool starts at the first run of more than one range, so a small document
-// starts no thread.
+// format_run() formats a run of one range here; a longer run goes to one
+// pipeline (threads.h) for the whole document, a piece per range, formatted
+// on `threads` threads, this one among them. The pipeline hands the pieces
+// to the stream buffer in order, from this thread only.
 class OutBuffer : public TextBuffer {
  public:
   OutBuffer(std::streambuf* sink, unsigned threads);
   // Hands over what is pending, swallowing failures: a writer calls flush()
-  // itself at its end so that they reach the driver.
+  // itself at its end so that they reach its caller.
   ~OutBuffer();
 
   OutBuffer(const OutBuffer&) = delete;
   OutBuffer& operator=(const OutBuffer&) = delete;
 
-  // Call between pieces of output: hands over once enough has gathered.
+  // Call between pieces of output: passes the text on once enough has
+  // gathered.
   void maybe_flush() {
-    if (buf_.size() >= kOutputPiece) flush();
+    if (buf_.size() >= kOutputPiece) pass_on();
   }
-  // Hands over what is pending.
+  // Hands over everything pending, in order.
   void flush();
 
-  // Formats items [first, last) of a run into a piece.
-  using FormatRange = std::function<void(std::size_t first, std::size_t last, TextBuffer& piece)>;
-  // Items [0, count), ranges of about kOutputPiece bytes for items of about
-  // `item_bytes` bytes each.
-  void format_ranges(std::size_t count, std::size_t item_bytes, const FormatRange& format);
-  // Ranges [cuts[k], cuts[k + 1]) for item counts that vary.
-  void format_cuts(const std::vector<std::size_t>& cuts, const FormatRange& format);
+  void format_run(Run run);
 
  private:
-  template <typename RangeAt>
-  void run_ranges(std::size_t ranges, RangeAt range_at, const FormatRange& format);
-  void offer(TextBuffer& piece);
-  void rethrow_failure();
+  class Piece;
+  void pass_on();
+  std::unique_ptr<TextBuffer> spare_piece();
 
+  // Both the writer's thread's alone: pieces are handed on there.
   std::streambuf* sink_;
-  unsigned threads_;
-  std::unique_ptr<OrderedPool> pool_;               // started by the first parallel run
-  std::vector<std::unique_ptr<TextBuffer>> spare_;  // pieces to format into again
-  std::exception_ptr failure_;                      // the stream buffer's, once it has failed
+  std::vector<std::unique_ptr<TextBuffer>> spare_;  // handed-on pieces, to format into again
+  Pipeline pipeline_;  // declared last: its jobs end before the rest is destroyed
 };
 
 }  // namespace strix

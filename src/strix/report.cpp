@@ -7,7 +7,6 @@
 #include <iterator>   // std::back_inserter
 #include <string>     // quoted display names
 #include <utility>    // std::pair
-#include <vector>     // std::vector
 
 #include <fmt/compile.h>  // FMT_COMPILE
 #include <fmt/format.h>   // fmt::format, fmt::runtime
@@ -113,38 +112,47 @@ constexpr std::size_t kRowBytes = 6 + 20 + 2 + 6 + 4 * (1 + kValueColumnWidth) +
 // (variables) and "      {:20s}: {:6s}" (constraints) give the same row
 // head; each column is " {:24.16g}". Ranges of rows are formatted in
 // parallel, each with display names of its own.
-void write_rows(OutBuffer& ob, const NameList& list, std::int32_t count,
+void write_rows(TextBuffer& t, const NameList& list, std::int32_t count,
                 std::string_view default_prefix, const Array<std::uint8_t>& keys,
-                const std::array<const Array<double>*, 4>& columns) {
-  const auto rows = static_cast<std::size_t>(std::max(count, 0));
-  ob.format_ranges(rows, kRowBytes, [&](std::size_t first, std::size_t last, TextBuffer& t) {
-    DisplayName names;
-    for (std::size_t j = first; j < last; ++j) {
-      const std::string_view name =
-          names.get(list, count, static_cast<std::int64_t>(j), default_prefix);
-      const std::string_view key = key_name(keys, j);
-      char* out = t.room(6 + std::max<std::size_t>(name.size(), 20) + 2 +
-                         std::max<std::size_t>(key.size(), 6) + 4 * (1 + kValueColumnWidth) + 1);
-      std::memset(out, ' ', 6);
-      out = put_padded(out + 6, name, 20);
-      *out++ = ':';
+                const std::array<const Array<double>*, 4>& columns, std::uint64_t first,
+                std::uint64_t last) {
+  DisplayName names;
+  for (std::uint64_t j = first; j < last; ++j) {
+    const std::string_view name =
+        names.get(list, count, static_cast<std::int64_t>(j), default_prefix);
+    const std::string_view key = key_name(keys, j);
+    char* out = t.room(6 + std::max<std::size_t>(name.size(), 20) + 2 +
+                       std::max<std::size_t>(key.size(), 6) + 4 * (1 + kValueColumnWidth) + 1);
+    std::memset(out, ' ', 6);
+    out = put_padded(out + 6, name, 20);
+    *out++ = ':';
+    *out++ = ' ';
+    out = put_padded(out, key, 6);
+    for (const Array<double>* values : columns) {
       *out++ = ' ';
-      out = put_padded(out, key, 6);
-      for (const Array<double>* values : columns) {
-        *out++ = ' ';
-        out = put_value(out, *values, j);
-      }
-      *out++ = '\n';
-      t.commit(out);
+      out = put_value(out, *values, j);
     }
-  });
+    *out++ = '\n';
+    t.commit(out);
+  }
+}
+
+void write_table(OutBuffer& ob, const NameList& list, std::int32_t count,
+                 std::string_view default_prefix, const Array<std::uint8_t>& keys,
+                 const std::array<const Array<double>*, 4>& columns) {
+  const auto rows = static_cast<std::uint64_t>(std::max(count, 0));
+  ob.format_run({1, [rows](std::size_t) { return rows; }, kRowBytes,
+                 [&list, count, default_prefix, &keys, columns](std::size_t, std::uint64_t first,
+                                                                std::uint64_t last, TextBuffer& t) {
+                   write_rows(t, list, count, default_prefix, keys, columns, first, last);
+                 }});
 }
 
 void write_variables(OutBuffer& ob, const Solution& s, const SolutionItem& item) {
   ob.append("    Variables\n");
   write_header(ob, "xx", "slx", "sux", "snx");
-  write_rows(ob, s.var_names, s.numvar, "var", item.skx,
-             {&item.xx, &item.slx, &item.sux, &item.snx});
+  write_table(ob, s.var_names, s.numvar, "var", item.skx,
+              {&item.xx, &item.slx, &item.sux, &item.snx});
 }
 
 // A report on a solution with bar variables ends inside this section, on
@@ -178,7 +186,8 @@ void write_bar_variables(OutBuffer& ob, DisplayName& names, const Solution& s) {
 void write_constraints(OutBuffer& ob, const Solution& s, const SolutionItem& item) {
   ob.append("    Constraints\n");
   write_header(ob, "xc", "slc", "suc", "y");
-  write_rows(ob, s.con_names, s.numcon, "con", item.skc, {&item.xc, &item.slc, &item.suc, &item.y});
+  write_table(ob, s.con_names, s.numcon, "con", item.skc,
+              {&item.xc, &item.slc, &item.suc, &item.y});
 }
 
 // Every row of ACC a shows constraint a's name and status and doty[a]: the
@@ -221,36 +230,12 @@ void write_affine_conic(OutBuffer& ob, const Solution& s, const SolutionItem& it
   // can print anything; this also keeps a huge numacc from spinning.
   const std::uint64_t count =
       std::min(static_cast<std::uint64_t>(s.numacc), std::uint64_t{s.acc_pattern.size()});
-  // Runs of whole ACCs of about a piece's worth of rows are formatted in
-  // parallel; an ACC with more rows than that is cut into ranges of rows.
-  constexpr std::uint64_t kPieceRows = kOutputPiece / kRowBytes;
-  std::vector<std::size_t> cuts{0};
-  std::uint64_t rows = 0;
-  const auto write_run = [&](std::uint64_t end) {
-    if (cuts.back() != end) cuts.push_back(end);
-    ob.format_cuts(cuts, [&](std::size_t first, std::size_t last, TextBuffer& t) {
-      DisplayName names;
-      for (std::uint64_t a = first; a < last; ++a) {
-        write_acc_rows(t, names, s, item, a, 0, s.acc_pattern[a]);
-      }
-    });
-  };
-  for (std::uint64_t a = 0; a < count; ++a) {
-    const std::uint64_t n = s.acc_pattern[a];
-    if (n > kPieceRows) {
-      write_run(a);
-      ob.format_ranges(n, kRowBytes, [&](std::size_t first, std::size_t last, TextBuffer& t) {
-        DisplayName names;
-        write_acc_rows(t, names, s, item, a, first, last);
-      });
-      cuts.assign(1, a + 1);
-      rows = 0;
-      continue;
-    }
-    rows += n;
-    if (rows >= kPieceRows) cuts.push_back(a + 1), rows = 0;
-  }
-  write_run(count);
+  ob.format_run(
+      {static_cast<std::size_t>(count), [&s](std::size_t a) { return s.acc_pattern[a]; }, kRowBytes,
+       [&s, &item](std::size_t a, std::uint64_t first, std::uint64_t last, TextBuffer& t) {
+         DisplayName names;
+         write_acc_rows(t, names, s, item, a, first, last);
+       }});
 }
 
 }  // namespace

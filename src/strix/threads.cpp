@@ -9,6 +9,7 @@
 #include <exception>  // std::exception
 
 #include "strix/cgroup.h"
+#include "strix/limits.h"
 
 namespace strix {
 
@@ -29,102 +30,141 @@ unsigned machine_threads() {
 
 ThreadShare share_threads(unsigned threads, Compression compression) {
   threads = std::max(threads, 1u);
-  if (compression == Compression::none) return {threads >= 2 ? threads : 0, 0};
+  if (compression == Compression::none) return {threads, 0};
   // CPU time of compressing the text against formatting it, in tenths, as
-  // measured on 17-digit documents (bench/): level 3 Zstandard costs some
-  // 3.7 times the formatting, the gzip engine some twice. The share that
-  // finishes both soonest wins. A single formatting thread gains nothing
-  // over the writer formatting on its own, so that share is 0.
-  const unsigned ratio = compression == Compression::zstd ? 37 : 20;
-  ThreadShare best{0, threads};
+  // measured on one core on 17-digit documents (docs/benchmark.md): level 3
+  // Zstandard costs 4.3 times the JSON's formatting, the gzip engine 2.0
+  // times the JSON's and 3.1 times the report's; the JSON's ratio serves
+  // for both forms. Zstandard's workers compress alone, so every thread
+  // besides the writer's may be one; gzip's writer deflates too while it
+  // waits, so its workers and formatting threads share one thread less. The
+  // share that finishes both soonest wins. Zstandard keeps two workers on a
+  // single thread too: with one, the library waits for its worker between
+  // jobs, and a conversion on one core took longer.
+  const unsigned ratio = compression == Compression::zstd ? 43 : 20;
+  const unsigned others =
+      compression == Compression::zstd ? std::max(threads, 2u) : std::max(threads - 1, 1u);
+  ThreadShare best{1, others};
   unsigned best_time = ~0u;
-  for (unsigned f = 0; f < threads; ++f) {
-    if (f == 1) continue;
-    const unsigned c = threads - f;
-    const unsigned format_time = 10 * 1000 / std::max(f, 1u);
-    const unsigned compress_time = ratio * 1000 / c;
-    const unsigned time = std::max(format_time, compress_time);
-    if (time < best_time) best = {f, c}, best_time = time;
+  for (unsigned format = 1; format <= others; ++format) {
+    const unsigned compress = others - (format - 1);
+    const unsigned time = std::max(10 * 1000 / format, ratio * 1000 / compress);
+    if (time < best_time) best = {format, compress}, best_time = time;
   }
   return best;
 }
 
-OrderedPool::~OrderedPool() {
-  drain();
+Pipeline::~Pipeline() {
+  drop();
   {
     const std::lock_guard lock(mutex_);
     stopping_ = true;
   }
   queued_.notify_all();
-  for (std::thread& t : workers_) t.join();
+  for (std::thread& t : threads_) t.join();
 }
 
-void OrderedPool::start() {
+void Pipeline::start() {
   started_ = true;
   try {
-    for (unsigned i = 0; i < wanted_; ++i) workers_.emplace_back([this] { run(); });
+    for (unsigned i = 0; i < wanted_; ++i) threads_.emplace_back([this] { work(); });
   } catch (const std::exception&) {
-    // No thread or no memory for one: fewer threads, or none: the caller's thread runs what they
-    // cannot.
+    // No thread or no memory for one: fewer threads, or none, and the
+    // caller runs what they cannot.
   }
+  depth_ = kJobsPerThread * (threads_.size() + 1);
 }
 
-void OrderedPool::run() {
+void Pipeline::work() {
   std::unique_lock lock(mutex_);
   for (;;) {
-    queued_.wait(lock, [&] { return stopping_ || next_ < jobs_.size(); });
+    queued_.wait(lock, [&] { return stopping_ || next_ < entries_.size(); });
     if (stopping_) return;
-    Job& job = jobs_[next_++];
-    lock.unlock();
-    try {
-      job.work();
-    } catch (...) {
-      job.failure = std::current_exception();
-    }
-    lock.lock();
-    job.done = true;
-    finished_.notify_all();
+    run_next(lock);
   }
 }
 
-void OrderedPool::submit(std::function<void()> work) {
-  if (!started_) start();
-  if (workers_.empty()) {
-    Job& job = jobs_.emplace_back(Job{std::move(work), {}, true});
-    ++next_;
+// Runs the oldest entry not yet taken, with the lock released meanwhile.
+void Pipeline::run_next(std::unique_lock<std::mutex>& lock) {
+  Entry& entry = entries_[next_++];
+  if (entry.done) return;  // submitted ready
+  lock.unlock();
+  try {
+    entry.job->run();
+  } catch (...) {
+    entry.failure = std::current_exception();
+  }
+  lock.lock();
+  entry.done = true;
+  done_.notify_one();
+}
+
+void Pipeline::submit(std::unique_ptr<Job> job, bool ready) {
+  if (failed_) std::rethrow_exception(failed_);
+  if (!started_ && (wanted_ == 0 || !entries_.empty())) start();
+  if (started_ && threads_.empty()) {
+    finish();  // a job queued before it was known that no thread would come
     try {
-      job.work();
+      if (!ready) job->run();
+      job->hand_on();
     } catch (...) {
-      job.failure = std::current_exception();
+      fail(std::current_exception());
     }
     return;
   }
+  while (started_ && entries_.size() >= depth_) hand_on_oldest();
   {
     const std::lock_guard lock(mutex_);
-    jobs_.push_back(Job{std::move(work), {}, false});
+    entries_.push_back(Entry{std::move(job), {}, ready});
   }
-  queued_.notify_one();
+  if (!ready) queued_.notify_one();
 }
 
-void OrderedPool::finish_oldest() {
-  std::exception_ptr failure;
-  {
-    std::unique_lock lock(mutex_);
-    finished_.wait(lock, [&] { return jobs_.front().done; });
-    failure = jobs_.front().failure;
-    jobs_.pop_front();
-    --next_;
-  }
-  if (failure) std::rethrow_exception(failure);
+void Pipeline::finish() {
+  if (failed_) std::rethrow_exception(failed_);
+  while (!entries_.empty()) hand_on_oldest();
 }
 
-void OrderedPool::drain() noexcept {
-  while (!jobs_.empty()) {
-    try {
-      finish_oldest();
-    } catch (...) {
+void Pipeline::hand_on_oldest() {
+  std::unique_lock lock(mutex_);
+  while (!entries_.front().done) {
+    if (next_ < entries_.size()) {
+      run_next(lock);
+    } else {
+      done_.wait(lock);
     }
   }
+  Entry entry = std::move(entries_.front());
+  entries_.pop_front();
+  if (next_ > 0) --next_;  // else it was submitted ready and never taken
+  lock.unlock();
+  try {
+    if (entry.failure) std::rethrow_exception(entry.failure);
+    entry.job->hand_on();
+  } catch (...) {
+    fail(std::current_exception());
+  }
+}
+
+// Records the first failure, drops what is in flight and throws.
+void Pipeline::fail(std::exception_ptr failure) {
+  failed_ = failure;
+  drop();
+  std::rethrow_exception(failure);
+}
+
+// Waits for the jobs that are running; drops them and every queued one.
+void Pipeline::drop() noexcept {
+  std::unique_lock lock(mutex_);
+  entries_.erase(entries_.begin() + static_cast<std::ptrdiff_t>(next_), entries_.end());
+  done_.wait(lock, [&] {
+    for (const Entry& entry : entries_) {
+      if (!entry.done) return false;
+    }
+    return true;
+  });
+  entries_.clear();
+  next_ = 0;
 }
 
 }  // namespace strix
