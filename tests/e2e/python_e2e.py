@@ -232,9 +232,9 @@ class Python(Case):
                     continue
                 self.assertEqual(fields(got), fields(full, kinds, vectors, names), (n, source))
         got = strix.read(EXAMPLE, vectors=("xx", "skc", "y"), names=False, solutions="basic")
-        item = got.solutions["basic"]
-        self.assertEqual([list(got.solutions), list(item.variables()), list(item.constraints())],
-                         [["basic"], ["xx"], ["status", "y"]])
+        item, back = got.solutions["basic"], pickle.loads(pickle.dumps(got)).solutions["basic"]
+        self.assertEqual([list(got.solutions), list(item.variables()), list(item.constraints()),
+                          list(back.constraints())], [["basic"], ["xx"]] + [["status", "y"]] * 2)
         # Only some kilobytes of a large file are read, through a path or a
         # Python file that seeks.
         self.write("big.b", noisy(100_000))
