@@ -23,6 +23,7 @@
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
+#include "strix/blocks.h"  // block_bounds
 #include "strix/convert.h"
 #include "strix/errors.h"
 #include "strix/solution.h"
@@ -219,18 +220,15 @@ py::object table(const Item& i, bool variables) {
 }
 
 // One read-only view per pattern entry, cut as the JSON document cuts the
-// values: the pattern alone decides, a block is cut short where the values
-// run out and every later block is empty.
+// values (block_bounds).
 py::list blocks(const Shared& owner, const strix::Array<double>& values,
                 const strix::Array<std::uint64_t>& pattern) {
   const py::array all = view(owner, values);
+  const std::vector<std::size_t> bounds = strix::block_bounds(values.size(), pattern);
   py::list out;
-  std::size_t next = 0;
-  for (const std::uint64_t length : pattern) {
-    const std::size_t end =
-        next + static_cast<std::size_t>(std::min<std::uint64_t>(length, values.size() - next));
-    out.append(all[py::slice(static_cast<py::ssize_t>(next), static_cast<py::ssize_t>(end), 1)]);
-    next = end;
+  for (std::size_t b = 0; b < pattern.size(); ++b) {
+    out.append(all[py::slice(static_cast<py::ssize_t>(bounds[b]),
+                             static_cast<py::ssize_t>(bounds[b + 1]), 1)]);
   }
   return out;
 }

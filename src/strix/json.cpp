@@ -5,11 +5,12 @@
 #include <memory>     // std::make_shared
 #include <string>     // quoted key names
 #include <utility>    // std::pair
-#include <vector>     // block starts
+#include <vector>     // block bounds
 
 #include <fmt/compile.h>  // FMT_COMPILE
 #include <fmt/format.h>   // fmt::format_to
 
+#include "strix/blocks.h"  // block_bounds
 #include "strix/escape.h"
 #include "strix/limits.h"
 #include "strix/numbers.h"  // format_shortest
@@ -99,30 +100,24 @@ void put_numbers(OutBuffer& ob, std::string_view key, const Array<double>& value
   ob.put(']');
 }
 
-// The pattern alone decides the shape: values beyond its sum are not
-// written, and an empty pattern gives "[]" whatever the values. The flat
-// vector is not trusted to hold the whole sum: a block is cut short where the
-// values run out and every later block comes out as "[]".
+// The blocks the pattern cuts from the values (block_bounds): values beyond
+// its sum are not written, an empty pattern gives "[]" whatever the values,
+// and a block past the end of the values comes out as "[]".
 void put_blocks(OutBuffer& ob, std::string_view key, const Array<double>& values,
                 const Array<std::uint64_t>& pattern) {
   put_string(ob, key);
   ob.append(" : [");
-  // (*starts)[b]: the first value of block b; (*starts)[size]: the end.
-  auto starts = std::make_shared<std::vector<std::size_t>>(pattern.size() + 1);
-  std::size_t next = 0;
-  for (std::size_t b = 0; b < pattern.size(); ++b) {
-    (*starts)[b] = next;
-    next += static_cast<std::size_t>(std::min<std::uint64_t>(pattern[b], values.size() - next));
-  }
-  (*starts)[pattern.size()] = next;
+  // (*bounds)[b], (*bounds)[b + 1]: the first value of block b and its end.
+  auto bounds =
+      std::make_shared<const std::vector<std::size_t>>(block_bounds(values.size(), pattern));
   ob.format_run({pattern.size(),
-                 [starts](std::size_t b) { return (*starts)[b + 1] - (*starts)[b]; }, kValueBytes,
-                 [starts, v = values.data()](std::size_t b, std::uint64_t first, std::uint64_t last,
+                 [bounds](std::size_t b) { return (*bounds)[b + 1] - (*bounds)[b]; }, kValueBytes,
+                 [bounds, v = values.data()](std::size_t b, std::uint64_t first, std::uint64_t last,
                                              TextBuffer& t) {
                    if (first == 0) t.append(b != 0 ? ",[" : "[");
-                   const double* block = v + (*starts)[b];
+                   const double* block = v + (*bounds)[b];
                    put_values(t, block + first, block + last, first == 0);
-                   if (last == (*starts)[b + 1] - (*starts)[b]) t.put(']');
+                   if (last == (*bounds)[b + 1] - (*bounds)[b]) t.put(']');
                  }});
   ob.put(']');
 }
