@@ -4,7 +4,6 @@
 #include <cstdint>    // fixed-width integers
 #include <memory>     // std::make_shared
 #include <string>     // quoted key names
-#include <utility>    // std::pair
 #include <vector>     // block bounds
 
 #include <fmt/compile.h>  // FMT_COMPILE
@@ -122,42 +121,38 @@ void put_blocks(OutBuffer& ob, std::string_view key, const Array<double>& values
   ob.put(']');
 }
 
+// The vectors of a solution in the document's order.
+constexpr Vector kJsonOrder[] = {Vector::skx, Vector::skc,  Vector::skn,  Vector::xx,  Vector::xc,
+                                 Vector::slx, Vector::sux,  Vector::snx,  Vector::slc, Vector::suc,
+                                 Vector::y,   Vector::barx, Vector::bars, Vector::doty};
+
 void put_item(OutBuffer& ob, const Solution& solution, const SolutionItem& item) {
   put_string(ob, item.kind);
   ob.append(":{");
   put_lowered_status(ob, "prosta", item.prosta);
   ob.put(',');
   put_lowered_status(ob, "solsta", item.solsta);
-  // skx and skc are written even when empty; everything after them only
-  // when present.
-  ob.put(',');
-  put_status_keys(ob, "skx", item.skx);
-  ob.put(',');
-  put_status_keys(ob, "skc", item.skc);
-  if (!item.skn.empty()) {
+  // skx and skc are written even when empty; every other vector only when
+  // present.
+  for (const Vector v : kJsonOrder) {
+    const VectorInfo& info = kVectors[static_cast<std::size_t>(v)];
+    if (info.keys != nullptr) {
+      const Array<std::uint8_t>& keys = item.*info.keys;
+      if (keys.empty() && v != Vector::skx && v != Vector::skc) continue;
+      ob.put(',');
+      put_status_keys(ob, info.key, keys);
+      continue;
+    }
+    const Array<double>& values = item.*info.values;
+    if (values.empty()) continue;
     ob.put(',');
-    put_status_keys(ob, "skn", item.skn);
-  }
-  const std::pair<std::string_view, const Array<double>*> numbers[] = {
-      {"xx", &item.xx},   {"xc", &item.xc},   {"slx", &item.slx}, {"sux", &item.sux},
-      {"snx", &item.snx}, {"slc", &item.slc}, {"suc", &item.suc}, {"y", &item.y},
-  };
-  for (const auto& [key, values] : numbers) {
-    if (values->empty()) continue;
-    ob.put(',');
-    put_numbers(ob, key, *values);
-  }
-  if (!item.barx.empty()) {
-    ob.put(',');
-    put_blocks(ob, "barx", item.barx, solution.barvar_pattern);
-  }
-  if (!item.bars.empty()) {
-    ob.put(',');
-    put_blocks(ob, "bars", item.bars, solution.barvar_pattern);
-  }
-  if (!item.doty.empty()) {
-    ob.put(',');
-    put_blocks(ob, "doty", item.doty, solution.acc_pattern);
+    if (info.axis == Axis::barvar_blocks) {
+      put_blocks(ob, info.key, values, solution.barvar_pattern);
+    } else if (info.axis == Axis::acc_blocks) {
+      put_blocks(ob, info.key, values, solution.acc_pattern);
+    } else {
+      put_numbers(ob, info.key, values);
+    }
   }
   ob.put('}');
 }
