@@ -17,8 +17,6 @@
 #include <utility>      // std::pair
 #include <vector>       // std::vector
 
-#include <fmt/compile.h>  // FMT_COMPILE
-#include <fmt/format.h>   // fmt::format_to
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
@@ -26,6 +24,7 @@
 #include "strix/blocks.h"  // block_bounds
 #include "strix/convert.h"
 #include "strix/errors.h"
+#include "strix/report.h"  // default_name, the tables
 #include "strix/solution.h"
 #include "strix/status.h"
 #include "strix/streams.h"
@@ -138,12 +137,11 @@ py::array object_column(std::int32_t rows) {
 }
 
 // The name of each row: the file's name, or where the file has none or an
-// empty one the name the text report gives it (the prefix and the row
-// number in at least four digits), unquoted.
-py::array name_column(const strix::NameList& list, std::int32_t rows, const char* prefix) {
+// empty one the text report's default name, unquoted.
+py::array name_column(const strix::NameList& list, std::int32_t rows, std::string_view prefix) {
   py::array column = object_column(rows);
   auto** cells = static_cast<PyObject**>(column.mutable_data());
-  char buffer[32];
+  char buffer[strix::kDefaultNameSize];
   for (std::int32_t k = 0; k < rows; ++k) {
     const auto i = static_cast<std::size_t>(k);
     if (i < list.names.size() && !list.names[i].empty()) {
@@ -151,11 +149,10 @@ py::array name_column(const strix::NameList& list, std::int32_t rows, const char
       continue;
     }
     // ASCII written straight into a new str: no decoding, the one allocation.
-    const auto length = static_cast<std::size_t>(
-        fmt::format_to(buffer, FMT_COMPILE("{}{:04d}"), prefix, k) - buffer);
-    cells[k] = PyUnicode_New(static_cast<py::ssize_t>(length), 127);
+    const std::string_view name = strix::default_name(prefix, k, buffer);
+    cells[k] = PyUnicode_New(static_cast<py::ssize_t>(name.size()), 127);
     if (cells[k] == nullptr) throw py::error_already_set();
-    std::memcpy(PyUnicode_1BYTE_DATA(cells[k]), buffer, length);
+    std::memcpy(PyUnicode_1BYTE_DATA(cells[k]), name.data(), name.size());
   }
   return column;
 }
@@ -176,12 +173,6 @@ py::array status_column(const strix::Array<std::uint8_t>& keys, std::int32_t row
   return column;
 }
 
-// The value columns of the tables, in the text report's order.
-constexpr std::array<strix::Vector, 4> kVariableValues{strix::Vector::xx, strix::Vector::slx,
-                                                       strix::Vector::sux, strix::Vector::snx};
-constexpr std::array<strix::Vector, 4> kConstraintValues{strix::Vector::xc, strix::Vector::slc,
-                                                         strix::Vector::suc, strix::Vector::y};
-
 // A DataFrame of the variables or the constraints, as the text report lists
 // them: name, status, then each value vector the solution has. pandas is
 // imported here, so that only tables need it.
@@ -198,18 +189,17 @@ py::object table(const Item& i, bool variables) {
   }
   const Solution& s = *i.owner;
   const SolutionItem& item = *i.item;
-  const std::int32_t rows = variables ? s.numvar : s.numcon;
+  const strix::ReportTable& layout = variables ? strix::kVariableTable : strix::kConstraintTable;
+  const std::int32_t rows = s.*layout.rows;
   // Only the columns the read kept: a name or status that was not read is
   // left out rather than shown as the report's default.
   py::dict columns;
-  if (s.kept.names) {
-    columns["name"] =
-        variables ? name_column(s.var_names, rows, "var") : name_column(s.con_names, rows, "con");
+  if (s.kept.names) columns["name"] = name_column(s.*layout.names, rows, layout.prefix);
+  if (s.kept.keeps(layout.keys)) {
+    columns["status"] =
+        status_column(item.*strix::kVectors[static_cast<std::size_t>(layout.keys)].keys, rows);
   }
-  if (s.kept.keeps(variables ? strix::Vector::skx : strix::Vector::skc)) {
-    columns["status"] = status_column(variables ? item.skx : item.skc, rows);
-  }
-  for (const strix::Vector v : variables ? kVariableValues : kConstraintValues) {
+  for (const strix::Vector v : layout.values) {
     const strix::VectorInfo& info = strix::kVectors[static_cast<std::size_t>(v)];
     if (!(item.*info.values).empty()) columns[py::str(info.key)] = view(i.owner, item.*info.values);
   }
