@@ -157,18 +157,28 @@ py::array name_column(const strix::NameList& list, std::int32_t rows, std::strin
   return column;
 }
 
+// The name of each status key byte (status_key_name) as a str, and "unk"
+// for a row past the keys the file has: made at import and kept for the
+// interpreter's life, so that a column only takes references to them.
+std::array<PyObject*, 256> key_names{};
+PyObject* missing_key_name = nullptr;
+
+void make_key_names() {
+  for (std::size_t key = 0; key < key_names.size(); ++key) {
+    key_names[key] =
+        py::str(strix::status_key_name(static_cast<std::uint8_t>(key))).release().ptr();
+  }
+  missing_key_name = py::str("unk").release().ptr();
+}
+
 // The status key name of each row, "unk" past the keys the file has.
 py::array status_column(const strix::Array<std::uint8_t>& keys, std::int32_t rows) {
-  std::array<py::str, 256> key_names;
-  for (std::size_t key = 0; key < key_names.size(); ++key) {
-    key_names[key] = strix::status_key_name(static_cast<std::uint8_t>(key));
-  }
-  const py::str unknown("unk");
   py::array column = object_column(rows);
   auto** cells = static_cast<PyObject**>(column.mutable_data());
   for (std::int32_t k = 0; k < rows; ++k) {
     const auto i = static_cast<std::size_t>(k);
-    cells[k] = (i < keys.size() ? key_names[keys[i]] : unknown).inc_ref().ptr();
+    cells[k] = i < keys.size() ? key_names[keys[i]] : missing_key_name;
+    Py_INCREF(cells[k]);
   }
   return column;
 }
@@ -607,6 +617,7 @@ PYBIND11_MODULE(_strix, m) {
   });
 
   m.attr("__version__") = STRIX_VERSION;
+  make_key_names();
 
   py::class_<Item> item(m, "SolutionItem");
   item.def_property_readonly("kind", [](const Item& i) { return text(i.item->kind); })
@@ -730,6 +741,7 @@ PYBIND11_MODULE(_strix, m) {
         "`threads` threads besides the calling one (0: as many as the machine gives the process, "
         "capped by STRIX_THREADS); the output is the same bytes for every count.");
   m.def(
-      "status_key_name", [](std::uint8_t key) { return strix::status_key_name(key); },
+      "status_key_name",
+      [](std::uint8_t key) { return py::reinterpret_borrow<py::str>(key_names[key]); },
       py::arg("key"), "The name of one status key byte.");
 }
