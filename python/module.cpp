@@ -17,14 +17,14 @@
 #include <utility>      // std::pair
 #include <vector>       // std::vector
 
-#include <fmt/compile.h>  // FMT_COMPILE
-#include <fmt/format.h>   // fmt::format_to
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
+#include "strix/blocks.h"  // block_bounds
 #include "strix/convert.h"
 #include "strix/errors.h"
+#include "strix/report.h"  // default_name, the tables
 #include "strix/solution.h"
 #include "strix/status.h"
 #include "strix/streams.h"
@@ -137,12 +137,11 @@ py::array object_column(std::int32_t rows) {
 }
 
 // The name of each row: the file's name, or where the file has none or an
-// empty one the name the text report gives it (the prefix and the row
-// number in at least four digits), unquoted.
-py::array name_column(const strix::NameList& list, std::int32_t rows, const char* prefix) {
+// empty one the text report's default name, unquoted.
+py::array name_column(const strix::NameList& list, std::int32_t rows, std::string_view prefix) {
   py::array column = object_column(rows);
   auto** cells = static_cast<PyObject**>(column.mutable_data());
-  char buffer[32];
+  char buffer[strix::kDefaultNameSize];
   for (std::int32_t k = 0; k < rows; ++k) {
     const auto i = static_cast<std::size_t>(k);
     if (i < list.names.size() && !list.names[i].empty()) {
@@ -150,36 +149,39 @@ py::array name_column(const strix::NameList& list, std::int32_t rows, const char
       continue;
     }
     // ASCII written straight into a new str: no decoding, the one allocation.
-    const auto length = static_cast<std::size_t>(
-        fmt::format_to(buffer, FMT_COMPILE("{}{:04d}"), prefix, k) - buffer);
-    cells[k] = PyUnicode_New(static_cast<py::ssize_t>(length), 127);
+    const std::string_view name = strix::default_name(prefix, k, buffer);
+    cells[k] = PyUnicode_New(static_cast<py::ssize_t>(name.size()), 127);
     if (cells[k] == nullptr) throw py::error_already_set();
-    std::memcpy(PyUnicode_1BYTE_DATA(cells[k]), buffer, length);
+    std::memcpy(PyUnicode_1BYTE_DATA(cells[k]), name.data(), name.size());
   }
   return column;
+}
+
+// The name of each status key byte (status_key_name) as a str, and "unk"
+// for a row past the keys the file has: made at import and kept for the
+// interpreter's life, so that a column only takes references to them.
+std::array<PyObject*, 256> key_names{};
+PyObject* missing_key_name = nullptr;
+
+void make_key_names() {
+  for (std::size_t key = 0; key < key_names.size(); ++key) {
+    key_names[key] =
+        py::str(strix::status_key_name(static_cast<std::uint8_t>(key))).release().ptr();
+  }
+  missing_key_name = py::str("unk").release().ptr();
 }
 
 // The status key name of each row, "unk" past the keys the file has.
 py::array status_column(const strix::Array<std::uint8_t>& keys, std::int32_t rows) {
-  std::array<py::str, 256> key_names;
-  for (std::size_t key = 0; key < key_names.size(); ++key) {
-    key_names[key] = strix::status_key_name(static_cast<std::uint8_t>(key));
-  }
-  const py::str unknown("unk");
   py::array column = object_column(rows);
   auto** cells = static_cast<PyObject**>(column.mutable_data());
   for (std::int32_t k = 0; k < rows; ++k) {
     const auto i = static_cast<std::size_t>(k);
-    cells[k] = (i < keys.size() ? key_names[keys[i]] : unknown).inc_ref().ptr();
+    cells[k] = i < keys.size() ? key_names[keys[i]] : missing_key_name;
+    Py_INCREF(cells[k]);
   }
   return column;
 }
-
-// The value columns of the tables, in the text report's order.
-constexpr std::array<strix::Vector, 4> kVariableValues{strix::Vector::xx, strix::Vector::slx,
-                                                       strix::Vector::sux, strix::Vector::snx};
-constexpr std::array<strix::Vector, 4> kConstraintValues{strix::Vector::xc, strix::Vector::slc,
-                                                         strix::Vector::suc, strix::Vector::y};
 
 // A DataFrame of the variables or the constraints, as the text report lists
 // them: name, status, then each value vector the solution has. pandas is
@@ -197,18 +199,17 @@ py::object table(const Item& i, bool variables) {
   }
   const Solution& s = *i.owner;
   const SolutionItem& item = *i.item;
-  const std::int32_t rows = variables ? s.numvar : s.numcon;
+  const strix::ReportTable& layout = variables ? strix::kVariableTable : strix::kConstraintTable;
+  const std::int32_t rows = s.*layout.rows;
   // Only the columns the read kept: a name or status that was not read is
   // left out rather than shown as the report's default.
   py::dict columns;
-  if (s.kept.names) {
-    columns["name"] =
-        variables ? name_column(s.var_names, rows, "var") : name_column(s.con_names, rows, "con");
+  if (s.kept.names) columns["name"] = name_column(s.*layout.names, rows, layout.prefix);
+  if (s.kept.keeps(layout.keys)) {
+    columns["status"] =
+        status_column(item.*strix::kVectors[static_cast<std::size_t>(layout.keys)].keys, rows);
   }
-  if (s.kept.keeps(variables ? strix::Vector::skx : strix::Vector::skc)) {
-    columns["status"] = status_column(variables ? item.skx : item.skc, rows);
-  }
-  for (const strix::Vector v : variables ? kVariableValues : kConstraintValues) {
+  for (const strix::Vector v : layout.values) {
     const strix::VectorInfo& info = strix::kVectors[static_cast<std::size_t>(v)];
     if (!(item.*info.values).empty()) columns[py::str(info.key)] = view(i.owner, item.*info.values);
   }
@@ -219,18 +220,15 @@ py::object table(const Item& i, bool variables) {
 }
 
 // One read-only view per pattern entry, cut as the JSON document cuts the
-// values: the pattern alone decides, a block is cut short where the values
-// run out and every later block is empty.
+// values (block_bounds).
 py::list blocks(const Shared& owner, const strix::Array<double>& values,
                 const strix::Array<std::uint64_t>& pattern) {
   const py::array all = view(owner, values);
+  const std::vector<std::size_t> bounds = strix::block_bounds(values.size(), pattern);
   py::list out;
-  std::size_t next = 0;
-  for (const std::uint64_t length : pattern) {
-    const std::size_t end =
-        next + static_cast<std::size_t>(std::min<std::uint64_t>(length, values.size() - next));
-    out.append(all[py::slice(static_cast<py::ssize_t>(next), static_cast<py::ssize_t>(end), 1)]);
-    next = end;
+  for (std::size_t b = 0; b < pattern.size(); ++b) {
+    out.append(all[py::slice(static_cast<py::ssize_t>(bounds[b]),
+                             static_cast<py::ssize_t>(bounds[b + 1]), 1)]);
   }
   return out;
 }
@@ -619,6 +617,7 @@ PYBIND11_MODULE(_strix, m) {
   });
 
   m.attr("__version__") = STRIX_VERSION;
+  make_key_names();
 
   py::class_<Item> item(m, "SolutionItem");
   item.def_property_readonly("kind", [](const Item& i) { return text(i.item->kind); })
@@ -742,6 +741,7 @@ PYBIND11_MODULE(_strix, m) {
         "`threads` threads besides the calling one (0: as many as the machine gives the process, "
         "capped by STRIX_THREADS); the output is the same bytes for every count.");
   m.def(
-      "status_key_name", [](std::uint8_t key) { return strix::status_key_name(key); },
+      "status_key_name",
+      [](std::uint8_t key) { return py::reinterpret_borrow<py::str>(key_names[key]); },
       py::arg("key"), "The name of one status key byte.");
 }

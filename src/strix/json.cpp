@@ -4,12 +4,12 @@
 #include <cstdint>    // fixed-width integers
 #include <memory>     // std::make_shared
 #include <string>     // quoted key names
-#include <utility>    // std::pair
-#include <vector>     // block starts
+#include <vector>     // block bounds
 
 #include <fmt/compile.h>  // FMT_COMPILE
 #include <fmt/format.h>   // fmt::format_to
 
+#include "strix/blocks.h"  // block_bounds
 #include "strix/escape.h"
 #include "strix/limits.h"
 #include "strix/numbers.h"  // format_shortest
@@ -99,33 +99,32 @@ void put_numbers(OutBuffer& ob, std::string_view key, const Array<double>& value
   ob.put(']');
 }
 
-// The pattern alone decides the shape: values beyond its sum are not
-// written, and an empty pattern gives "[]" whatever the values. The flat
-// vector is not trusted to hold the whole sum: a block is cut short where the
-// values run out and every later block comes out as "[]".
+// The blocks the pattern cuts from the values (block_bounds): values beyond
+// its sum are not written, an empty pattern gives "[]" whatever the values,
+// and a block past the end of the values comes out as "[]".
 void put_blocks(OutBuffer& ob, std::string_view key, const Array<double>& values,
                 const Array<std::uint64_t>& pattern) {
   put_string(ob, key);
   ob.append(" : [");
-  // (*starts)[b]: the first value of block b; (*starts)[size]: the end.
-  auto starts = std::make_shared<std::vector<std::size_t>>(pattern.size() + 1);
-  std::size_t next = 0;
-  for (std::size_t b = 0; b < pattern.size(); ++b) {
-    (*starts)[b] = next;
-    next += static_cast<std::size_t>(std::min<std::uint64_t>(pattern[b], values.size() - next));
-  }
-  (*starts)[pattern.size()] = next;
+  // (*bounds)[b], (*bounds)[b + 1]: the first value of block b and its end.
+  auto bounds =
+      std::make_shared<const std::vector<std::size_t>>(block_bounds(values.size(), pattern));
   ob.format_run({pattern.size(),
-                 [starts](std::size_t b) { return (*starts)[b + 1] - (*starts)[b]; }, kValueBytes,
-                 [starts, v = values.data()](std::size_t b, std::uint64_t first, std::uint64_t last,
+                 [bounds](std::size_t b) { return (*bounds)[b + 1] - (*bounds)[b]; }, kValueBytes,
+                 [bounds, v = values.data()](std::size_t b, std::uint64_t first, std::uint64_t last,
                                              TextBuffer& t) {
                    if (first == 0) t.append(b != 0 ? ",[" : "[");
-                   const double* block = v + (*starts)[b];
+                   const double* block = v + (*bounds)[b];
                    put_values(t, block + first, block + last, first == 0);
-                   if (last == (*starts)[b + 1] - (*starts)[b]) t.put(']');
+                   if (last == (*bounds)[b + 1] - (*bounds)[b]) t.put(']');
                  }});
   ob.put(']');
 }
+
+// The vectors of a solution in the document's order.
+constexpr Vector kJsonOrder[] = {Vector::skx, Vector::skc,  Vector::skn,  Vector::xx,  Vector::xc,
+                                 Vector::slx, Vector::sux,  Vector::snx,  Vector::slc, Vector::suc,
+                                 Vector::y,   Vector::barx, Vector::bars, Vector::doty};
 
 void put_item(OutBuffer& ob, const Solution& solution, const SolutionItem& item) {
   put_string(ob, item.kind);
@@ -133,36 +132,27 @@ void put_item(OutBuffer& ob, const Solution& solution, const SolutionItem& item)
   put_lowered_status(ob, "prosta", item.prosta);
   ob.put(',');
   put_lowered_status(ob, "solsta", item.solsta);
-  // skx and skc are written even when empty; everything after them only
-  // when present.
-  ob.put(',');
-  put_status_keys(ob, "skx", item.skx);
-  ob.put(',');
-  put_status_keys(ob, "skc", item.skc);
-  if (!item.skn.empty()) {
+  // skx and skc are written even when empty; every other vector only when
+  // present.
+  for (const Vector v : kJsonOrder) {
+    const VectorInfo& info = kVectors[static_cast<std::size_t>(v)];
+    if (info.keys != nullptr) {
+      const Array<std::uint8_t>& keys = item.*info.keys;
+      if (keys.empty() && v != Vector::skx && v != Vector::skc) continue;
+      ob.put(',');
+      put_status_keys(ob, info.key, keys);
+      continue;
+    }
+    const Array<double>& values = item.*info.values;
+    if (values.empty()) continue;
     ob.put(',');
-    put_status_keys(ob, "skn", item.skn);
-  }
-  const std::pair<std::string_view, const Array<double>*> numbers[] = {
-      {"xx", &item.xx},   {"xc", &item.xc},   {"slx", &item.slx}, {"sux", &item.sux},
-      {"snx", &item.snx}, {"slc", &item.slc}, {"suc", &item.suc}, {"y", &item.y},
-  };
-  for (const auto& [key, values] : numbers) {
-    if (values->empty()) continue;
-    ob.put(',');
-    put_numbers(ob, key, *values);
-  }
-  if (!item.barx.empty()) {
-    ob.put(',');
-    put_blocks(ob, "barx", item.barx, solution.barvar_pattern);
-  }
-  if (!item.bars.empty()) {
-    ob.put(',');
-    put_blocks(ob, "bars", item.bars, solution.barvar_pattern);
-  }
-  if (!item.doty.empty()) {
-    ob.put(',');
-    put_blocks(ob, "doty", item.doty, solution.acc_pattern);
+    if (info.axis == Axis::barvar_blocks) {
+      put_blocks(ob, info.key, values, solution.barvar_pattern);
+    } else if (info.axis == Axis::acc_blocks) {
+      put_blocks(ob, info.key, values, solution.acc_pattern);
+    } else {
+      put_numbers(ob, info.key, values);
+    }
   }
   ob.put('}');
 }

@@ -15,6 +15,7 @@
 #include "strix/escape.h"
 #include "strix/numbers.h"
 #include "strix/outbuffer.h"
+#include "strix/report.h"  // default_name, the tables
 #include "strix/solution.h"
 #include "strix/status.h"
 #include "strix/threads.h"  // machine_threads
@@ -47,13 +48,12 @@ class DisplayName {
       quoted_.push_back('"');
       return quoted_;
     }
-    const char* end = fmt::format_to(default_, FMT_COMPILE("{}{:04d}"), default_prefix, k);
-    return {default_, static_cast<std::size_t>(end - default_)};
+    return default_name(default_prefix, k, default_);
   }
 
  private:
   std::string quoted_;
-  char default_[32];  // "barvar" and a 64-bit index
+  char default_[kDefaultNameSize];
 };
 
 // Text left-aligned in `width` columns, as "{:<20}" and "{:6s}" give it: the
@@ -81,9 +81,15 @@ char* put_value(char* out, const Array<double>& values, std::uint64_t i) {
   return out + kValueColumnWidth;
 }
 
-void write_header(OutBuffer& ob, const char* c1, const char* c2, const char* c3, const char* c4) {
+// The key of a vector, as the table headers and the columns name it.
+std::string_view key_of(Vector v) {
+  return kVectors[static_cast<std::size_t>(v)].key;
+}
+
+void write_header(OutBuffer& ob, const std::array<Vector, 4>& columns) {
   fmt::format_to(ob.out(), FMT_COMPILE("    # {:<20s}  {:6s} {:>24s} {:>24s} {:>24s} {:>24s}\n"),
-                 "name", "sta", c1, c2, c3, c4);
+                 "name", "sta", key_of(columns[0]), key_of(columns[1]), key_of(columns[2]),
+                 key_of(columns[3]));
 }
 
 void write_objective(OutBuffer& ob, const SolutionItem& item) {
@@ -137,9 +143,18 @@ void write_rows(TextBuffer& t, const NameList& list, std::int32_t count,
   }
 }
 
-void write_table(OutBuffer& ob, const NameList& list, std::int32_t count,
-                 std::string_view default_prefix, const Array<std::uint8_t>& keys,
-                 const std::array<const Array<double>*, 4>& columns) {
+// The header and rows of the variables' or the constraints' table.
+void write_table(OutBuffer& ob, const Solution& s, const SolutionItem& item,
+                 const ReportTable& table) {
+  write_header(ob, table.values);
+  const NameList& list = s.*table.names;
+  const std::int32_t count = s.*table.rows;
+  const std::string_view default_prefix = table.prefix;
+  const Array<std::uint8_t>& keys = item.*kVectors[static_cast<std::size_t>(table.keys)].keys;
+  std::array<const Array<double>*, 4> columns;
+  for (std::size_t c = 0; c < columns.size(); ++c) {
+    columns[c] = &(item.*kVectors[static_cast<std::size_t>(table.values[c])].values);
+  }
   const auto rows = static_cast<std::uint64_t>(std::max(count, 0));
   ob.format_run({1, [rows](std::size_t) { return rows; }, kRowBytes,
                  [&list, count, default_prefix, &keys, columns](std::size_t, std::uint64_t first,
@@ -150,9 +165,7 @@ void write_table(OutBuffer& ob, const NameList& list, std::int32_t count,
 
 void write_variables(OutBuffer& ob, const Solution& s, const SolutionItem& item) {
   ob.append("    Variables\n");
-  write_header(ob, "xx", "slx", "sux", "snx");
-  write_table(ob, s.var_names, s.numvar, "var", item.skx,
-              {&item.xx, &item.slx, &item.sux, &item.snx});
+  write_table(ob, s, item, kVariableTable);
 }
 
 // A report on a solution with bar variables ends inside this section, on
@@ -185,9 +198,7 @@ void write_bar_variables(OutBuffer& ob, DisplayName& names, const Solution& s) {
 
 void write_constraints(OutBuffer& ob, const Solution& s, const SolutionItem& item) {
   ob.append("    Constraints\n");
-  write_header(ob, "xc", "slc", "suc", "y");
-  write_table(ob, s.con_names, s.numcon, "con", item.skc,
-              {&item.xc, &item.slc, &item.suc, &item.y});
+  write_table(ob, s, item, kConstraintTable);
 }
 
 // Every row of ACC a shows constraint a's name and status and doty[a]: the
