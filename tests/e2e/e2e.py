@@ -305,8 +305,8 @@ class Driver(Case):
                     f.write(data[len(data) // 2:] if how == "ignored" else b"")
             err = p.communicate(timeout=120)[1]
             got = self.read(out) if os.path.isfile(path(out)) else os.path.exists(path(out))
-            self.assertEqual((p.returncode, err, got, self.read("other")),
-                             (0 if how == "ignored" else -sig, b"", want, b"kept"), (out, how))
+            self.assertEqual((p.returncode, err, got == want, self.read("other")),  # no diff of MBs
+                             (0 if how == "ignored" else -sig, b"", True, b"kept"), (out, how))
             for name in {"in.b", out} & set(os.listdir(self.dir)):
                 os.unlink(path(name))
             os.close(reader) if reader else None
