@@ -649,6 +649,9 @@ class Streams(Case):
         for n, z in ((300_000, ".zst"), (65536, ".gz"), (65537, ".gz")):
             want = gzip_kept(data[:n]) if z == ".gz" else data[:n]
             self.assertEqual(self.run_ok(data[:n], "out.b" + z), want)
+        # A document of one chunk is the member igzip makes at the same level.
+        self.assertEqual(self.strix(EXAMPLE, "-.json.gz")[2], self.tool(
+            "igzip", "-3", "-c", "-n", stdin=self.run_ok(EXAMPLE, "-.json")))
         self.write("empty.b", b"")
         for z in (".zst", ".gz"):
             self.assertEqual([self.run_ok("empty.b", "o.b" + z), self.run_ok("empty.b", "-.b" + z),
