@@ -214,8 +214,7 @@ py::object table(const Item& i, bool variables) {
     if (!(item.*info.values).empty()) columns[py::str(info.key)] = view(i.owner, item.*info.values);
   }
   if (columns.empty())
-    return pandas.attr("DataFrame")(py::arg("index") =
-                                        py::module_::import("pandas").attr("RangeIndex")(rows));
+    return pandas.attr("DataFrame")(py::arg("index") = pandas.attr("RangeIndex")(rows));
   return pandas.attr("DataFrame")(columns);
 }
 

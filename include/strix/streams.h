@@ -4,9 +4,9 @@
 
 #include <cstddef>     // std::size_t
 #include <cstdint>     // std::uint64_t
-#include <cstdio>      // std::FILE
 #include <filesystem>  // std::filesystem::path
 #include <memory>      // std::unique_ptr
+#include <optional>    // std::optional
 
 namespace strix {
 
@@ -52,9 +52,8 @@ class FDescReader : public Reader {
   char* buffer_;
   std::uint64_t begin_ = 0;  // buffer_[begin_, end_) is read and not handed out
   std::uint64_t end_ = 0;
-  std::uint64_t fill_;  // the next refill asks for this much (grows after a seek)
-  std::uint64_t size_ = 0;
-  bool sized_ = false;  // size_ is known
+  std::uint64_t fill_;                 // the next refill asks for this much (grows after a seek)
+  std::optional<std::uint64_t> size_;  // once asked for
 };
 
 // Reads a file it opens, owns and closes.

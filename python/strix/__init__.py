@@ -72,19 +72,28 @@ def _summary_rows(file, solution):
     return [(file, *item, *counts, info) for item in items or [(None,) * 5]]
 
 
+def _item_types(rows, types=None):
+    """{item name: the Python types of its values} over the rows' information
+    items (their 12th field), added to `types`."""
+    types = {} if types is None else types
+    for row in rows:
+        for name, value in row[11].items():
+            types.setdefault(name, set()).add(type(value))
+    return types
+
+
+def _item_dtypes(types):
+    """The items' columns, sorted: Int64 for integer items, float64 else."""
+    return {name: "Int64" if t == {int} else "float64" for name, t in sorted(types.items())}
+
+
 def _summary_table(rows, items=None, report=False):
     """The DataFrame of summary rows (their 12th field the information items,
     their optional error after it) with a column per item of `items`, a dict
-    of names to dtypes (by default the union over the rows, sorted; Int64
-    for integer items, float64 for the others)."""
+    of names to dtypes (by default the union over the rows)."""
     import pandas
     if items is None:
-        values = {}
-        for row in rows:
-            for name, value in row[11].items():
-                values.setdefault(name, set()).add(type(value))
-        items = {name: "Int64" if types == {int} else "float64"
-                 for name, types in sorted(values.items())}
+        items = _item_dtypes(_item_types(rows))
     base = pandas.DataFrame([row[:11] for row in rows], columns=list(SUMMARY_COLUMNS))
     for column in ("pobj", "dobj"):
         base[column] = base[column].astype("float64")

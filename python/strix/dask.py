@@ -16,7 +16,6 @@ import dask.dataframe as dd
 import pandas
 
 import strix
-from strix import _strix
 
 # The vectors each table can take, in its column order.
 _TABLE_VECTORS = {"variables": ("skx", "xx", "slx", "sux", "snx"),
@@ -24,17 +23,8 @@ _TABLE_VECTORS = {"variables": ("skx", "xx", "slx", "sux", "snx"),
 
 
 def _summary_items(files, report):
-    """{item name: dtype} of the files' information items."""
-    items = {}
-    for got in _strix.read_many(files, vectors=(), names=False, threads=1,
-                                raise_first=not report):
-        if isinstance(got, BaseException):
-            continue
-        for group, dtype in (got.info_i32, "Int64"), (got.info_i64, "Int64"), (
-                got.info_f64, "float64"):
-            for name in group:
-                items[name] = "float64" if items.get(name, dtype) != dtype else dtype
-    return items
+    """{item name: the Python types of its values} over the files."""
+    return strix._item_types(strix._summary_reads(files, 1, report))
 
 
 def _summary_part(files, items, report):
@@ -49,11 +39,11 @@ def summary(sources, *, files_per_partition=64, errors="raise"):
     files = strix._paths(sources)
     chunks = [files[i:i + files_per_partition]
               for i in range(0, len(files), files_per_partition)] or [[]]
-    items = {}
+    types = {}
     for part in dask.compute(*[dask.delayed(_summary_items)(c, report) for c in chunks]):
-        for name, dtype in part.items():
-            items[name] = "float64" if items.get(name, dtype) != dtype else dtype
-    items = dict(sorted(items.items()))
+        for name, t in part.items():
+            types.setdefault(name, set()).update(t)
+    items = strix._item_dtypes(types)
     meta = strix._summary_table([], items, report)
     return dd.from_map(_summary_part, chunks, items=items, report=report, meta=meta,
                        enforce_metadata=False)

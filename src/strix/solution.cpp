@@ -18,7 +18,8 @@ namespace strix {
 
 namespace {
 
-constexpr std::string_view kSolutionKinds[] = {"sol/interior", "sol/basic", "sol/integer"};
+// A solution's sections are named "sol/" and its kind, then the part.
+constexpr std::string_view kSolutionPrefix = "sol/";
 
 // Section names of the name lists, in file order.
 struct NamesSection {
@@ -76,7 +77,7 @@ class SolutionFileReader {
  private:
   void next() { header_ = read_section_header(in_, scratch_); }
   bool at(std::string_view name) const { return header_.name == name; }
-  // Whether the header in hand is solution section s followed by suffix.
+  // Whether the header in hand is s followed by suffix.
   bool at(std::string_view s, std::string_view suffix) const {
     return header_.name.size() == s.size() + suffix.size() && header_.name.starts_with(s) &&
            header_.name.ends_with(suffix);
@@ -91,7 +92,7 @@ class SolutionFileReader {
     require(name, "I", line, message);
     return read_scalar<std::int32_t>(in_);
   }
-  void read_item(std::string_view s, SolutionKind kind);
+  void read_item(SolutionKind kind);
   // A typed array of the item into `out` where it is kept, passed over where
   // not; either way the count a read keeps, for the length checks.
   template <typename T>
@@ -140,13 +141,14 @@ std::uint64_t SolutionFileReader::take(Array<T>& out, Vector v, std::uint64_t ex
   return out.size();
 }
 
-void SolutionFileReader::read_item(std::string_view s, SolutionKind kind) {
+void SolutionFileReader::read_item(SolutionKind kind) {
   if (!format_is("[B[B")) fail(1116, "Expected section 'sol/xxx'");
   // A kind that is not kept is read into an item of its own and dropped.
   keep_item_ = options_.keeps(kind);
   SolutionItem dropped;
   SolutionItem& item = keep_item_ ? sol_->solutions.emplace_back() : dropped;
-  item.kind = s.substr(4);
+  item.kind = kSolutionKindNames[static_cast<std::size_t>(kind)];
+  const std::string s = std::string(kSolutionPrefix) + item.kind;
   read_bytes(in_, item.prosta);
   read_bytes(in_, item.solsta);
   next();
@@ -273,11 +275,13 @@ std::unique_ptr<Solution> SolutionFileReader::read() {
 
   // Solutions come in table order, each at most once; a name not found among
   // the kinds after the last one read ends the solution part.
-  for (std::size_t from = 0; from < std::size(kSolutionKinds);) {
+  for (std::size_t from = 0; from < kSolutionKindNames.size();) {
     std::size_t kind = from;
-    while (kind < std::size(kSolutionKinds) && !at(kSolutionKinds[kind])) ++kind;
-    if (kind == std::size(kSolutionKinds)) break;
-    read_item(kSolutionKinds[kind], static_cast<SolutionKind>(kind));
+    while (kind < kSolutionKindNames.size() && !at(kSolutionPrefix, kSolutionKindNames[kind])) {
+      ++kind;
+    }
+    if (kind == kSolutionKindNames.size()) break;
+    read_item(static_cast<SolutionKind>(kind));
     from = kind + 1;
   }
 

@@ -65,13 +65,13 @@ bool FDescReader::refill() {
 
 std::uint64_t FDescReader::read(void* dst, std::uint64_t n) {
   auto* out = static_cast<char*>(dst);
-  std::uint64_t count = std::min(n, end_ - begin_);
-  if (count > 0) std::memcpy(out, buffer_ + begin_, count);
-  begin_ += count;
-  if (count == n) return count;
-  // Large requests go straight into the caller's memory.
-  if (n - count >= kInputBuffer) return count + read_fully(fd_, out + count, n - count);
-  while (count < n && refill()) {
+  std::uint64_t count = 0;
+  while (count < n) {
+    if (begin_ == end_) {
+      // Large requests go straight into the caller's memory.
+      if (n - count >= kInputBuffer) return count + read_fully(fd_, out + count, n - count);
+      if (!refill()) break;
+    }
     const std::uint64_t k = std::min(n - count, end_ - begin_);
     std::memcpy(out + count, buffer_ + begin_, k);
     begin_ += k;
@@ -81,26 +81,25 @@ std::uint64_t FDescReader::read(void* dst, std::uint64_t n) {
 }
 
 std::uint64_t FDescReader::file_size() {
-  if (!sized_) {
+  if (!size_) {
     struct stat st;
     size_ = fstat(fd_, &st) == 0 && S_ISREG(st.st_mode) ? static_cast<std::uint64_t>(st.st_size)
                                                         : kUnknownRemaining;
-    sized_ = true;
   }
-  return size_;
+  return *size_;
 }
 
 std::uint64_t FDescReader::skip(std::uint64_t n) {
   const std::uint64_t buffered = std::min(n, end_ - begin_);
   begin_ += buffered;
-  if (buffered == n) return n;
+  const std::uint64_t rest = n - buffered;
+  if (rest == 0) return n;
   const std::uint64_t size = file_size();
   const off_t pos = size == kUnknownRemaining ? -1 : lseek(fd_, 0, SEEK_CUR);
-  if (pos < 0) return buffered + Reader::skip(n - buffered);
-  const auto at = static_cast<std::uint64_t>(pos);
-  const std::uint64_t target = at + std::min(n - buffered, size - std::min(size, at));
-  if (lseek(fd_, static_cast<off_t>(target), SEEK_SET) < 0) {
-    return buffered + Reader::skip(n - buffered);
+  const std::uint64_t at = pos < 0 ? 0 : static_cast<std::uint64_t>(pos);
+  const std::uint64_t target = at + std::min(rest, size - std::min(size, at));
+  if (pos < 0 || lseek(fd_, static_cast<off_t>(target), SEEK_SET) < 0) {
+    return buffered + Reader::skip(rest);
   }
   fill_ = kFirstFill;
   return buffered + (target - at);
