@@ -39,8 +39,13 @@ class CompressingBuffer : public std::streambuf {
   // consumed and not compressed, one at every kPutArea bytes of text.
   CompressingBuffer(std::unique_ptr<Engine> engine, bool drop_overflow_byte);
   int_type overflow(int_type c) override;
+  std::streamsize xsputn(const char* s, std::streamsize n) override;
 
  private:
+  // Hands text to the engine (a full put area's worth, wherever it lies,
+  // but from overflow()) and empties the put area.
+  void feed(const char* data, std::size_t n);
+
   std::array<char, kPutArea> put_area_;
   std::unique_ptr<Engine> engine_;  // null once closed or failed
   bool drop_overflow_byte_;

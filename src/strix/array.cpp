@@ -9,20 +9,16 @@
 #include <limits>     // overflow guard
 #include <new>        // std::bad_alloc
 
+#include "strix/bulk.h"
 #include "strix/limits.h"
 
 namespace strix {
 
-namespace {
-
-// A block of at least `bytes` bytes, never null (std::bad_alloc instead).
-// Large blocks are aligned to huge pages and marked for them (limits.h):
-// their page faults can otherwise cost more than reading the file.
 void* allocate_bulk(std::size_t bytes) {
+  if (bytes > std::numeric_limits<std::size_t>::max() - kHugePage) throw std::bad_alloc();
+  const std::size_t rounded = (bytes + kHugePage - 1) / kHugePage * kHugePage;
   void* p;
-  if (bytes >= kHugePagesFrom) {
-    if (bytes > std::numeric_limits<std::size_t>::max() - kHugePage) throw std::bad_alloc();
-    const std::size_t rounded = (bytes + kHugePage - 1) / kHugePage * kHugePage;
+  if (rounded - bytes <= bytes / kHugePageWasteShare) {
     p = std::aligned_alloc(kHugePage, rounded);
     // Only advice: where huge pages are unavailable nothing changes.
     if (p != nullptr) madvise(p, rounded, MADV_HUGEPAGE);
@@ -36,8 +32,6 @@ void* allocate_bulk(std::size_t bytes) {
 void free_bulk(void* p) noexcept {
   std::free(p);
 }
-
-}  // namespace
 
 template <typename T>
 Array<T>::~Array() {

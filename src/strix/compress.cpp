@@ -3,14 +3,19 @@
 #include <algorithm>  // std::clamp, std::min
 #include <cstddef>    // std::size_t
 #include <cstdint>    // std::uint8_t, std::uint32_t, std::uint64_t
+#include <cstring>    // std::memcpy
 #include <iterator>   // std::begin, std::end
 #include <new>        // std::bad_alloc
 #include <vector>     // std::vector
 
 #include <isa-l/crc.h>        // crc32_gzip_refl
 #include <isa-l/igzip_lib.h>  // isal_deflate
-#include <zstd.h>             // ZSTD_compressStream2
+// ZSTD_createCCtx_advanced, to give the compressor memory that suits
+// buffers of megabytes.
+#define ZSTD_STATIC_LINKING_ONLY
+#include <zstd.h>  // ZSTD_compressStream2
 
+#include "strix/bulk.h"
 #include "strix/errors.h"
 #include "strix/limits.h"
 #include "strix/threads.h"
@@ -50,19 +55,46 @@ CompressingBuffer::~CompressingBuffer() {
 
 // A failed engine is released, which closes the buffer: a broken target
 // would refuse the stream's tail as well, and destruction must not try again.
-CompressingBuffer::int_type CompressingBuffer::overflow(int_type c) {
-  if (!engine_) return traits_type::eof();
-  const auto n = static_cast<std::size_t>(pptr() - pbase());
+void CompressingBuffer::feed(const char* data, std::size_t n) {
   try {
-    if (n > 0) engine_->feed(put_area_.data(), n);
+    engine_->feed(data, n);
   } catch (...) {
     engine_.reset();
     throw;
   }
   setp(put_area_.data(), put_area_.data() + put_area_.size());
+}
+
+CompressingBuffer::int_type CompressingBuffer::overflow(int_type c) {
+  if (!engine_) return traits_type::eof();
+  const auto n = static_cast<std::size_t>(pptr() - pbase());
+  if (n > 0) feed(put_area_.data(), n);
   if (traits_type::eq_int_type(c, traits_type::eof())) return traits_type::not_eof(c);
   if (drop_overflow_byte_) return traits_type::not_eof(c);
   return sputc(traits_type::to_char_type(c));
+}
+
+// Large writes (the writers hand on pieces of 256 KiB and more) reach the
+// engine in the very pieces that filling the put area byte by byte would
+// make, with the same byte dropped after each where the format drops it;
+// a piece that starts on an empty put area is fed from where it lies,
+// saving a copy of nearly all the text.
+std::streamsize CompressingBuffer::xsputn(const char* s, std::streamsize n) {
+  std::streamsize done = 0;
+  // More than the put area's room: a byte arrives when the area is full.
+  while (engine_ && n - done > epptr() - pptr()) {
+    if (pptr() == pbase()) {
+      feed(s + done, kPutArea);
+      done += kPutArea;
+    } else {
+      const auto room = epptr() - pptr();
+      std::memcpy(pptr(), s + done, static_cast<std::size_t>(room));
+      done += room;
+      feed(put_area_.data(), kPutArea);
+    }
+    if (drop_overflow_byte_) ++done;
+  }
+  return done + std::streambuf::xsputn(s + done, n - done);
 }
 
 void CompressingBuffer::close() {
@@ -83,6 +115,21 @@ struct FreeContext {
   void operator()(ZSTD_CCtx* context) const { ZSTD_freeCCtx(context); }
 };
 
+// The workers' input and output buffers are megabytes each, taken afresh
+// for every frame: in huge pages they fault in some dozen times instead of
+// thousands.
+void* allocate_for_zstd(void*, std::size_t size) noexcept {
+  try {
+    return allocate_bulk(size);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+void free_for_zstd(void*, void* p) noexcept {
+  free_bulk(p);
+}
+constexpr ZSTD_customMem kBulkMemory{allocate_for_zstd, free_for_zstd, nullptr};
+
 std::size_t checked(std::size_t rc) {
   if (ZSTD_isError(rc)) throw CompressionError{};
   return rc;
@@ -94,7 +141,9 @@ std::size_t checked(std::size_t rc) {
 // no thread, and its frame is the same whatever the worker count.
 struct Encoder final : CompressingBuffer::Engine {
   Encoder(std::streambuf* target_buf, int level, unsigned workers)
-      : context(ZSTD_createCCtx()), out(ZSTD_CStreamOutSize()), target(target_buf) {
+      : context(ZSTD_createCCtx_advanced(kBulkMemory)),
+        out(ZSTD_CStreamOutSize()),
+        target(target_buf) {
     if (!context) throw std::bad_alloc();
     ZSTD_CCtx_setParameter(context.get(), ZSTD_c_compressionLevel,
                            std::clamp(level, 1, ZSTD_maxCLevel()));

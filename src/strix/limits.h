@@ -38,11 +38,12 @@ inline constexpr std::size_t kFirstFill = 4096;
 // read and dropped through a buffer of this size on the stack.
 inline constexpr std::size_t kSkipScratch = std::size_t{1} << 14;
 
-// Value arrays of this size and more are aligned to huge pages and marked
-// for transparent huge pages: filling a 100 MB solution then takes a few
-// dozen page faults instead of tens of thousands. From this size on,
-// rounding up to whole huge pages adds less than half the array.
-inline constexpr std::size_t kHugePagesFrom = std::size_t{4} << 20;
+// Value arrays are aligned to huge pages and marked for transparent huge
+// pages where rounding them up to whole huge pages wastes at most this
+// share of them (an eighth): filling a 100 MB solution then takes a few
+// dozen page faults instead of tens of thousands, and an array of 500,000
+// doubles (rounded from 4.0 to 4.2 MB) is one of them.
+inline constexpr std::size_t kHugePageWasteShare = 8;
 // The huge page size of x86-64 and of arm64 with 4 KiB pages.
 inline constexpr std::size_t kHugePage = std::size_t{2} << 20;
 
