@@ -649,6 +649,13 @@ class Streams(Case):
         for n, z in ((300_000, ".zst"), (65536, ".gz"), (65537, ".gz")):
             want = gzip_kept(data[:n]) if z == ".gz" else data[:n]
             self.assertEqual(self.run_ok(data[:n], "out.b" + z), want)
+        # Deflate chunks end on a sync flush (an empty stored block) where the
+        # engine has taken the first put area, then each further MiB.
+        member, text = self.read("o.txt.gz"), gzip_kept(self.read("plain.txt"))
+        ends = {len(zlib.decompressobj(31).decompress(member[:m.end()]))
+                for m in re.finditer(b"\0\0\xff\xff", member)}
+        self.assertGreater(len(text), 3 << 20)
+        self.assertLessEqual(set(range(1 << 16, len(text), 1 << 20)), ends)
         # A document of one chunk is the member igzip makes at the same level.
         self.assertEqual(self.strix(EXAMPLE, "-.json.gz")[2], self.tool(
             "igzip", "-3", "-c", "-n", stdin=self.run_ok(EXAMPLE, "-.json")))

@@ -76,6 +76,9 @@ TEST(Threads, CgroupQuota) {
            "sys/fs/cgroup/b/cpu.max=4 1",
        4},
       {"cgroup=0::/a/bc|mountinfo=9 1 0:2 /a/b /sys/fs/cgroup rw - cgroup2 c rw|" + a + "1 1", 0},
+      {"cgroup=0::/a/b|mountinfo=9 1 0:2 /a/b /sys/fs/cgroup rw - cgroup2 c rw|" + a + "2 1|" +
+           "sys/fs/cgroup/cpu.max=3 1",
+       3},
       {v1 + j + "quota_us=250000|" + j + "period_us=100000", 3},
       {v1 + j + "quota_us=-1|" + j + "period_us=100000", 0},
       {"cgroup=5:cpu:/a/b|" + v2_at + b + "1 1", 0},
