@@ -138,6 +138,65 @@ def floor_seconds(floors, what, path, runs, cpus=None):
     return statistics.median(values)
 
 
+def taking_turns(*runners, runs):
+    """Runs each of runners (callables returning a measurement) once untimed,
+    then runs times each, taking turns and changing which goes first, so that
+    drift of the machine falls on all alike. Returns one list of measurements
+    per runner; the i-th of each ran next to each other."""
+    for r in runners:
+        r()
+    times = [[] for _ in runners]
+    for i in range(runs):
+        for j in range(len(runners)):
+            k = (i + j) % len(runners)
+            times[k].append(runners[k]())
+    return times
+
+
+def plain(form):
+    return form[:form.index(".", 1)] if form.count(".") > 1 else form
+
+
+def compression(form):
+    """The compression suffix of a form, or ""."""
+    return form[len(plain(form)):]
+
+
+# What a user would build instead of a compressed form: strix writing the
+# plain form to standard output, piped into a compression tool on n threads;
+# by compression suffix, that tool, and the command that unpacks its output.
+PIPE_TOOLS = {".zst": lambda n: "zstd -q -3 -T0", ".gz": lambda n: f"igzip -3 -T{n} -c"}
+UNPACK = {".zst": "zstd -dc", ".gz": "gzip -dc"}
+
+
+def table_cell(text):
+    """text in a markdown table's cell: a "|" is escaped, even within code."""
+    return text.replace("|", "\\|")
+
+
+def pipeline_label(form, n="<cores>"):
+    return f"strix -{plain(form)} | {PIPE_TOOLS[compression(form)](n)}"
+
+
+def pipeline(strix, src, form, dest, cpus, n):
+    """A callable that runs the pipeline standing for the compressed form
+    (its tool on n threads) on src into dest, every process of it on the
+    processors cpus, and returns its wall seconds."""
+    tool = PIPE_TOOLS[compression(form)](n)
+    script = (f"{shlex.quote(strix)} {shlex.quote(src)} -{plain(form)} | {tool} > "
+              f"{shlex.quote(dest)}")
+    return lambda: timed_pipeline(script, dest, cpus)
+
+
+def same_document(packed, form, expected):
+    """Fails unless packed, a file of the compressed form, unpacks to exactly
+    the bytes of the file expected."""
+    unpack = UNPACK[compression(form)]
+    if subprocess.run(f"{unpack} {shlex.quote(packed)} | cmp -s - {shlex.quote(expected)}",
+                      shell=True).returncode:
+        raise RuntimeError(f"{packed} does not unpack to the bytes of {expected}")
+
+
 def build(build_dir, python=True):
     subprocess.run(["cmake", "-S", ROOT, "-B", build_dir, "-DCMAKE_BUILD_TYPE=Release",
                     "-DSTRIX_BUILD_BENCHMARKS=ON", "-DSTRIX_BUILD_TESTS=OFF"], check=True,
@@ -357,37 +416,13 @@ PLAIN = (".json", ".txt", ".task", ".b")
 # The floors binary's single-thread compressor for each compression suffix.
 ENGINE = {".zst": "zstd", ".gz": "gzip"}
 CORES = (1, 2, 4, 8, 16)
-# What a user would build on the same cores instead of a compressed form:
-# label, the compression the projection charges, the command after the pipe
-# for a given number of cores.
-PIPELINES = [("strix -.json | zstd -q -3 -T0", ".json.zst", lambda n: "zstd -q -3 -T0 -c"),
-             ("strix -.json | igzip -3 -T<cores>", ".json.gz", lambda n: f"igzip -3 -T{n} -c")]
-
-
-def plain(form):
-    return form[:form.index(".", 1)] if form.count(".") > 1 else form
+# The compressed forms whose pipelines the projection is set against.
+PROJECTED_PIPELINES = (".json.zst", ".json.gz")
 
 
 def spread(values):
     """The range of a set of runs relative to their median."""
     return (max(values) - min(values)) / statistics.median(values)
-
-
-def taking_turns(a, b, runs):
-    """Runs a and b (callables returning seconds) once each untimed, then runs
-    times each, taking turns and switching which goes first, so that drift of
-    the machine falls on both alike. Returns the two lists of seconds; the
-    i-th of each ran next to each other."""
-    a(), b()
-    ra, rb = [], []
-    for i in range(runs):
-        if i % 2:
-            rb.append(b())
-            ra.append(a())
-        else:
-            ra.append(a())
-            rb.append(b())
-    return ra, rb
 
 
 def project(read, work, serial, cores, parallel):
@@ -420,7 +455,7 @@ def scaling(path, numvar, numcon, strix, floors, baseline, work, runs):
     # One core against two.
     cores = {}
     for form in SCALING_FORMS:
-        r1, r2 = taking_turns(run(strix, form, one), run(strix, form, two), runs)
+        r1, r2 = taking_turns(run(strix, form, one), run(strix, form, two), runs=runs)
         w1, w2 = [r[0] for r in r1], [r[0] for r in r2]
         m1, m2 = statistics.median(w1), statistics.median(w2)
         cores[form] = {"1": m1, "2": m2, "w1": w1, "w2": w2, "ratio": m2 / m1,
@@ -433,7 +468,7 @@ def scaling(path, numvar, numcon, strix, floors, baseline, work, runs):
     ab = {}
     for form in SCALING_FORMS if baseline else ():
         rb, rc = taking_turns(lambda: run(baseline, form, one)()[0],
-                              lambda: run(strix, form, one)()[0], runs)
+                              lambda: run(strix, form, one)()[0], runs=runs)
         mb, mc = statistics.median(rb), statistics.median(rc)
         noise = max(spread(rb), spread(rc))
         ab[form] = {"base": mb, "cur": mc, "ratio": mc / mb, "noise": noise,
@@ -447,7 +482,7 @@ def scaling(path, numvar, numcon, strix, floors, baseline, work, runs):
                              for _ in range(runs))
     dst = os.path.join(work, "scale.cp")
     write = {p: median_run(["cp", out(p), dst], dst, runs, one)[0] for p in PLAIN}
-    compress = {f: floor_seconds(floors, ENGINE[f[f.rindex("."):]], out(plain(f)), runs, one)
+    compress = {f: floor_seconds(floors, ENGINE[compression(f)], out(plain(f)), runs, one)
                 for f in SCALING_FORMS if plain(f) != f}
     fmt_floor = {".json": floor_seconds(floors, "format-json", path, runs, one),
                  ".txt": floor_seconds(floors, "format-txt", path, runs, one)}
@@ -467,23 +502,16 @@ def scaling(path, numvar, numcon, strix, floors, baseline, work, runs):
     # The pipelines: measured on one core and two, taking turns, and projected
     # with one more pass of the JSON through the pipe.
     pipes = {}
-    for label, charged, tool in PIPELINES:
+    for charged in PROJECTED_PIPELINES:
         dest = os.path.join(work, "pipe" + charged)
-
-        def pipe(cpu_list, n, tool=tool, dest=dest):
-            script = (f"{shlex.quote(strix)} {shlex.quote(path)} -.json | {tool(n)} > "
-                      f"{shlex.quote(dest)}")
-            return lambda: timed_pipeline(script, dest, cpu_list)
-
-        p1, p2 = taking_turns(pipe(one, 1), pipe(two, 2), runs)
-        # The pipeline's output holds the same document as the conversion's.
-        unpack = "zstd -dc" if charged.endswith(".zst") else "gzip -dc"
-        subprocess.run(f"{unpack} {shlex.quote(dest)} | cmp -s - {shlex.quote(out('.json'))}",
-                       shell=True, check=True)
+        p1, p2 = taking_turns(pipeline(strix, path, charged, dest, one, 1),
+                              pipeline(strix, path, charged, dest, two, 2), runs=runs)
+        same_document(dest, charged, out(plain(charged)))
         work_s = fmt[".json"] + compress[charged] + 2 * write[".json"]
-        pipes[label] = {"1": statistics.median(p1), "2": statistics.median(p2),
-                        "proj": {n: project(read, work_s, write[".json"], n, "format+compress")
-                                 for n in CORES}}
+        pipes[pipeline_label(charged)] = {
+            "1": statistics.median(p1), "2": statistics.median(p2),
+            "proj": {n: project(read, work_s, write[".json"], n, "format+compress")
+                     for n in CORES}}
 
     lines = [f"{os.path.basename(path)}, {size_mb:.1f} MB: {numvar} variables, {numcon} "
              f"constraints, random 17-digit values. {runs} runs of each (medians); runs that "
@@ -552,9 +580,7 @@ def scaling(path, numvar, numcon, strix, floors, baseline, work, runs):
         return f"| {label} | " + " | ".join(cells) + " |"
 
     lines += [row(f, cores[f], proj[f]) for f in SCALING_FORMS]
-    # A "|" inside a table cell is escaped even within code.
-    lines += [row("`" + label.replace("|", "\\|") + "`", pp, pp["proj"])
-              for label, pp in pipes.items()]
+    lines += [row(f"`{table_cell(label)}`", pp, pp["proj"]) for label, pp in pipes.items()]
     data = {"cores": cores, "ab": ab, "proj": proj, "pipes": pipes}
     return "\n".join(lines) + "\n", all(checks), data
 
@@ -603,8 +629,8 @@ def scaling_chart(png, data):
         ax.set_axis_off()
 
     groups = [("plain forms", [".json", ".txt", ".task", ".b"], []),
-              ("Zstandard", [".json.zst", ".task.zst"], [PIPELINES[0][0]]),
-              ("gzip", [".json.gz", ".txt.gz", ".task.gz"], [PIPELINES[1][0]])]
+              ("Zstandard", [".json.zst", ".task.zst"], [pipeline_label(".json.zst")]),
+              ("gzip", [".json.gz", ".txt.gz", ".task.gz"], [pipeline_label(".json.gz")])]
     for k, (title, fs, ps) in enumerate(groups):
         ax = fig.add_subplot(grid[1, 2 * k:2 * k + 2])
         series = [(f, c[f], data["proj"][f], "-") for f in fs]
