@@ -1,5 +1,12 @@
 """Conversion benchmark: strix against floors measured in the same run.
 
+The page opens with a summary: the wall seconds of converting a file of
+1,000,000 variables and 500,000 constraints (17-digit values) to each form on
+one core and on all the cores the process may use, and the variables per
+second that makes. It is drawn from the scaling section's runs, so it comes
+with every run that includes that section (the default, and --scaling); a run
+of --ratios alone leaves the page's summary as it was.
+
 The ratio section generates large solution files with the project's builder,
 converts them with the built strix to every form, every run on all the cores
 the process may use, and compares each conversion's median wall time with the
@@ -20,11 +27,13 @@ with the sizes of their terms under the table. With --report, the ratios are
 also drawn as a chart beside the report (FILE's name with ".png").
 
 The scaling section converts a file of 1,000,000 variables and 500,000
-constraints (17-digit values) pinned to one core and to two (taskset), times
-each stage of a conversion on one core, and projects from those times each
-form's wall time on 4, 8 and 16 cores, set against strix piped into the zstd
-and igzip commands; with --baseline, another strix binary takes turns with
-this one on one core. Its chart goes to FILE's name with "-scaling.png".
+constraints (17-digit values) pinned to one core and to two (taskset; with
+exactly two processors, two cores are all of them and run without taskset),
+and on all the process may use where that is more than two; it times each
+stage of a conversion on one core, and projects from those times each form's
+wall time on 4, 8 and 16 cores, set against strix piped into the zstd and
+igzip commands; with --baseline, another strix binary takes turns with this
+one on one core. Its chart goes to FILE's name with "-scaling.png".
 
     python3 bench/run.py [--ratios | --scaling] [--numvar N] [--numcon M] [--runs 5]
                          [--baseline BIN] [--report FILE]
@@ -508,7 +517,13 @@ def scaling(path, numvar, numcon, strix, floors, baseline, work, runs):
     cpus = sorted(os.sched_getaffinity(0))
     if len(cpus) < 2:
         sys.exit("the scaling section needs two processors")
-    one, two = str(cpus[0]), f"{cpus[0]},{cpus[1]}"
+    # One core, two, and all the process may use (taskset's lists; None: no
+    # taskset). With exactly two processors, two are all of them: that leg
+    # runs without taskset and stands for both.
+    one = str(cpus[0])
+    legs = {"1": one, "2": f"{cpus[0]},{cpus[1]}" if len(cpus) > 2 else None}
+    if len(cpus) > 2:
+        legs["all"] = None
     size_mb = os.path.getsize(path) / 1e6
     with open("/proc/loadavg") as f:
         load = f.read().split()[0]
@@ -520,15 +535,17 @@ def scaling(path, numvar, numcon, strix, floors, baseline, work, runs):
     def run(binary, form, cpu_list):
         return lambda: timed([binary, path, out(form)], out(form), cpu_list)
 
-    # One core against two.
+    # One core against two (and all).
     cores = {}
     for form in SCALING_FORMS:
-        r1, r2 = taking_turns(run(strix, form, one), run(strix, form, two), runs=runs)
-        w1, w2 = [r[0] for r in r1], [r[0] for r in r2]
+        results = taking_turns(*(run(strix, form, c) for c in legs.values()), runs=runs)
+        w = {k: [r[0] for r in rs] for k, rs in zip(legs, results)}
+        rss = {k: max(r[1] for r in rs) for k, rs in zip(legs, results)}
+        w1, w2 = w["1"], w["2"]
         m1, m2 = statistics.median(w1), statistics.median(w2)
-        cores[form] = {"1": m1, "2": m2, "w1": w1, "w2": w2, "ratio": m2 / m1,
-                       "pairs": [b / a for a, b in zip(w1, w2)],
-                       "rss1": max(r[1] for r in r1), "rss2": max(r[1] for r in r2)}
+        cores[form] = {"1": m1, "2": m2, "all": statistics.median(w.get("all", w2)), "w1": w1,
+                       "w2": w2, "ratio": m2 / m1, "pairs": [b / a for a, b in zip(w1, w2)],
+                       "rss1": rss["1"], "rss2": rss["2"]}
         if form not in UNSCALED:
             checks.append(m2 / m1 <= 0.6)
 
@@ -573,7 +590,7 @@ def scaling(path, numvar, numcon, strix, floors, baseline, work, runs):
     for charged in PROJECTED_PIPELINES:
         dest = os.path.join(work, "pipe" + charged)
         p1, p2 = taking_turns(pipeline(strix, path, charged, dest, one, 1),
-                              pipeline(strix, path, charged, dest, two, 2), runs=runs)
+                              pipeline(strix, path, charged, dest, legs["2"], 2), runs=runs)
         same_document(dest, charged, out(plain(charged)))
         work_s = fmt[".json"] + compress[charged] + 2 * write[".json"]
         pipes[pipeline_label(charged)] = {
@@ -584,7 +601,9 @@ def scaling(path, numvar, numcon, strix, floors, baseline, work, runs):
     lines = [f"{os.path.basename(path)}, {size_mb:.1f} MB: {numvar} variables, {numcon} "
              f"constraints, random 17-digit values. {runs} runs of each (medians); runs that "
              "are compared take turns, after an untimed run of each. One core is "
-             f"`taskset -c {one}`, two cores `taskset -c {two}`.", "",
+             f"`taskset -c {one}`, two cores " +
+             (f"`taskset -c {legs['2']}`, all {len(cpus)} cores no taskset." if legs["2"] else
+              "the two the process may use (no taskset)."), "",
              f"1-minute load before the runs: {load}", "",
              "### One core against two", "",
              "| form | 1 core s | range | 2 cores s | range | 2 cores / 1 core | target | | "
@@ -649,7 +668,8 @@ def scaling(path, numvar, numcon, strix, floors, baseline, work, runs):
 
     lines += [row(f, cores[f], proj[f]) for f in SCALING_FORMS]
     lines += [row(f"`{table_cell(label)}`", pp, pp["proj"]) for label, pp in pipes.items()]
-    data = {"cores": cores, "ab": ab, "proj": proj, "pipes": pipes}
+    data = {"cores": cores, "ab": ab, "proj": proj, "pipes": pipes, "ncores": len(cpus),
+            "one": one, "size_mb": size_mb}
     return "\n".join(lines) + "\n", all(checks), data
 
 
@@ -727,7 +747,25 @@ def scaling_chart(png, data):
     plt.close(fig)
 
 
-SECTIONS = ("ratios", "scaling")
+def summary(numvar, numcon, runs, data):
+    """The page's opening, from the scaling section's runs: how long converting
+    its file to each form takes on one core and on all the process may use."""
+    n, c = data["ncores"], data["cores"]
+    lines = [f"## How long a conversion takes, {datetime.date.today()}", "",
+             f"Machine: {machine()}", "",
+             f"`strix in.b out.FORM` on a solution file of {numvar:,} variables and {numcon:,} "
+             f"constraints ({data['size_mb']:.1f} MB, every vector full of random 17-digit "
+             f"values): wall seconds, medians of {runs} runs, on one core (`taskset -c "
+             f"{data['one']}`) and on all {n} cores the process may use (no taskset). The "
+             "throughput counts variables (with their share of the constraints) per second.",
+             "", f"| output | 1 core s | {n} cores s | million variables/s on {n} cores |",
+             "|---|---|---|---|"]
+    lines += [f"| {f} | {c[f]['1']:.3f} | {c[f]['all']:.3f} | {numvar / c[f]['all'] / 1e6:.1f} |"
+              for f in FORMS]
+    return "\n".join(lines) + "\n"
+
+
+SECTIONS = ("summary", "ratios", "scaling")
 
 
 def write_report(path, sections):
@@ -771,16 +809,21 @@ def main():
     which.add_argument("--ratios", action="store_true",
                        help="run only the ratio sections, on all cores (the default runs "
                        "everything)")
-    which.add_argument("--scaling", action="store_true", help="run only the scaling section")
+    which.add_argument("--scaling", action="store_true",
+                       help="run only the scaling section and the page's summary, which is "
+                       "drawn from it")
     p.add_argument("--numvar", type=int,
                    help="variables of the generated files (default: 2,000,000 for the ratios, "
-                   "1,000,000 for scaling)")
+                   "1,000,000 for scaling and the summary)")
     p.add_argument("--numcon", type=int,
                    help="constraints (default: 1,000,000 for the ratios, 500,000 for scaling)")
-    p.add_argument("--runs", type=int, default=5)
+    p.add_argument("--runs", type=int, default=5,
+                   help="timed runs of each command, of which the median counts (default: 5)")
     p.add_argument("--baseline", metavar="BIN",
                    help="another strix executable to take turns with on one core (scaling)")
-    p.add_argument("--build", default=os.path.join(ROOT, "build-bench"))
+    p.add_argument("--build", default=os.path.join(ROOT, "build-bench"),
+                   help="the Release build directory, configured and built here (default: "
+                   "build-bench in the source tree)")
     p.add_argument("--report", help="also write the results (markdown) to this file, and the "
                    "charts beside it")
     args = p.parse_args()
@@ -836,7 +879,8 @@ def main():
                          f"({os.path.basename(stem)}-scaling.png)", ""]
                 scaling_chart(stem + "-scaling.png", data)
             sections["scaling"] = "\n".join(head) + "\n" + text
-            print(sections["scaling"], flush=True)
+            sections["summary"] = summary(n, m, args.runs, data)
+            print(sections["scaling"], sections["summary"], sep="\n", flush=True)
         if args.report:
             write_report(args.report, sections)
         print("all ratios within target" if ok else "some ratios over target")
