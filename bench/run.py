@@ -371,7 +371,7 @@ def bench_file(label, path, vectors_mb, doubles, strix, floors, build_dir, work,
     check(".txt / fmt {:24.16g}", times[".txt"] / fl["fmt {:24.16g}"], 1.25)
     check(".task / cp", times[".task"] / fl["cp"], 2.0, "cp")
     check(".b / cp", times[".b"] / fl["cp"], 2.0, "cp")
-    check("(.b.zst -> .b  - .b) / zstd -d", (times[".b.zst -> .b"] - times[".b"]) /
+    check("(.b.zst -> .b - .b) / zstd -d", (times[".b.zst -> .b"] - times[".b"]) /
           fl["zstd -d (lib)"], 1.2, "difference")
     check("(.json.zst - .json) / zstd", (times[".json.zst"] - times[".json"]) /
           fl["zstd json (lib)"], 1.1)
@@ -765,18 +765,19 @@ def summary(numvar, numcon, runs, data):
     return "\n".join(lines) + "\n"
 
 
-SECTIONS = ("summary", "ratios", "scaling")
+# In page order; bench/sweeps.py writes the last.
+SECTIONS = ("summary", "ratios", "scaling", "sweeps")
 
 
 def write_report(path, sections):
     """Writes each section between its marks, in place of its earlier version;
     what lies outside the marks (notes added by hand) stays. A file without
-    marks is replaced by a run of every section, and added to by a run of one."""
+    marks is replaced by a full run of this script, and added to by any other."""
     text = ""
     if os.path.exists(path):
         with open(path) as f:
             text = f.read()
-    if len(sections) == len(SECTIONS) and "<!-- bench:" not in text:
+    if "<!-- bench:" not in text and {"ratios", "scaling"} <= sections.keys():
         text = ""
     for i, name in enumerate(SECTIONS):
         if name not in sections:

@@ -25,7 +25,7 @@ import time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, HERE)
-from run import large, machine  # noqa: E402
+from run import large, machine, write_report  # noqa: E402
 
 # Times one strix.read in a fresh interpreter: prints seconds, the resident
 # memory (bytes) after import, the peak during the read (the kernel's peak
@@ -160,13 +160,8 @@ def main():
         f"{loop * 1000:.0f} ms.", "",
         "| target | measured | limit | |", "|---|---|---|---|", *lines, ""])
     print(text)
-    if a.report:  # the section between its marks, in place of an earlier run's
-        begin, end = "<!-- bench:sweeps -->\n", "<!-- /bench:sweeps -->\n"
-        old = open(a.report).read() if os.path.exists(a.report) else ""
-        if begin in old and end in old:
-            old = old[:old.index(begin)] + old[old.index(end) + len(end):]
-        with open(a.report, "w") as f:
-            f.write(old + begin + text + end)
+    if a.report:
+        write_report(a.report, {"sweeps": text})
     sys.exit(0 if all(checks) else 1)
 
 
