@@ -65,7 +65,7 @@ TEST(Threads, CgroupQuota) {
                     a = "sys/fs/cgroup/a/cpu.max=", j = "c g/k/j/cpu.cfs_",
                     v1 = "cgroup=3:memory:/x\n5:cpuacct,cpu:/k/j\n|mountinfo=7 1 0:3 / /c\\040g "
                          "rw shared:4 - cgroup c rw,cpuacct,cpu\n8 1 0:4 / /m rw - cgroup c "
-                         "rw,memory\n|m/x/cpu.cfs_quota_us=1|m/x/cpu.cfs_period_us=1|";
+                         "rw,memory\n|m/k/j/cpu.cfs_quota_us=1|m/k/j/cpu.cfs_period_us=1|";
   const std::vector<std::pair<std::string, unsigned>> cases{
       {v2 + b + "150000 100000\n", 2},
       {v2 + b + "max 100000", 0},
