@@ -656,6 +656,11 @@ class Streams(Case):
                 for m in re.finditer(b"\0\0\xff\xff", member)}
         self.assertGreater(len(text), 3 << 20)
         self.assertLessEqual(set(range(1 << 16, len(text), 1 << 20)), ends)
+        # Each chunk is primed with the text before it: a random 30,000-byte
+        # block repeated over five chunks takes some 58 kB, not 180 kB.
+        repeated = random.Random(3).randbytes(30_000) * 120
+        self.assertEqual(self.run_ok(repeated, "rep.b.gz"), gzip_kept(repeated))
+        self.assertLess(len(self.read("rep.b.gz")), 80_000)
         # A document of one chunk is the member igzip makes at the same level.
         self.assertEqual(self.strix(EXAMPLE, "-.json.gz")[2], self.tool(
             "igzip", "-3", "-c", "-n", stdin=self.run_ok(EXAMPLE, "-.json")))
