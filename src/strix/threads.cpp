@@ -35,21 +35,29 @@ ThreadShare share_threads(unsigned threads, Compression compression) {
   // measured on one core on 17-digit documents (docs/benchmark.md): level 3
   // Zstandard costs 4.3 times the JSON's formatting, the gzip engine 2.0
   // times the JSON's and 3.1 times the report's; the JSON's ratio serves
-  // for both forms. Zstandard's workers compress alone, so every thread
-  // besides the writer's may be one; gzip's writer deflates too while it
-  // waits, so its workers and formatting threads share one thread less. The
-  // share that finishes both soonest wins. Zstandard keeps two workers on a
-  // single thread too: with one, the library waits for its worker between
-  // jobs, and a conversion on one core took longer.
-  const unsigned ratio = compression == Compression::zstd ? 43 : 20;
-  const unsigned others =
-      compression == Compression::zstd ? std::max(threads, 2u) : std::max(threads - 1, 1u);
+  // for both forms. The share that finishes both soonest wins.
+  //
+  // Zstandard's workers compress alone, so every thread besides the
+  // writer's may be one. Zstandard keeps two workers on a single thread
+  // too: with one, the library waits for its worker between jobs, and a
+  // conversion on one core took longer.
+  //
+  // gzip's writer formats and deflates, whichever it would otherwise wait
+  // for, so it joins the stage that lags: every stage may count it, and all
+  // the threads together bound the time. A tie goes to formatting, whose
+  // share of the work grows as the text compresses better (on round values
+  // the gzip engine costs less than formatting).
+  const bool gzip = compression == Compression::gzip;
+  const unsigned ratio = gzip ? 20 : 43;
+  const unsigned others = gzip ? threads : std::max(threads, 2u);
   ThreadShare best{1, others};
   unsigned best_time = ~0u;
   for (unsigned format = 1; format <= others; ++format) {
     const unsigned compress = others - (format - 1);
-    const unsigned time = std::max(10 * 1000 / format, ratio * 1000 / compress);
-    if (time < best_time) best = {format, compress}, best_time = time;
+    unsigned time = std::max(10 * 1000 / format, ratio * 1000 / (gzip ? compress + 1 : compress));
+    if (gzip) time = std::max(time, (10 + ratio) * 1000 / (format + compress));
+    if (time < best_time || (gzip && time == best_time))
+      best = {format, compress}, best_time = time;
   }
   return best;
 }
