@@ -206,11 +206,10 @@ py::object table(const Item& i, bool variables) {
   py::dict columns;
   if (s.kept.names) columns["name"] = name_column(s.*layout.names, rows, layout.prefix);
   if (s.kept.keeps(layout.keys)) {
-    columns["status"] =
-        status_column(item.*strix::kVectors[static_cast<std::size_t>(layout.keys)].keys, rows);
+    columns["status"] = status_column(item.*strix::vector_info(layout.keys).keys, rows);
   }
   for (const strix::Vector v : layout.values) {
-    const strix::VectorInfo& info = strix::kVectors[static_cast<std::size_t>(v)];
+    const strix::VectorInfo& info = strix::vector_info(v);
     if (!(item.*info.values).empty()) columns[py::str(info.key)] = view(i.owner, item.*info.values);
   }
   if (columns.empty())
@@ -617,6 +616,20 @@ PYBIND11_MODULE(_strix, m) {
 
   m.attr("__version__") = STRIX_VERSION;
   make_key_names();
+  // For strix.dask, which checks on the client what the workers will read:
+  // the solution kinds, and each table's vectors, its status keys first.
+  py::tuple kinds(strix::kSolutionKindNames.size());
+  for (std::size_t k = 0; k < kinds.size(); ++k) kinds[k] = py::str(strix::kSolutionKindNames[k]);
+  m.attr("_SOLUTION_KINDS") = kinds;
+  py::dict tables;
+  for (const auto& [which, layout] : {std::pair{"variables", &strix::kVariableTable},
+                                      std::pair{"constraints", &strix::kConstraintTable}}) {
+    py::list keys;
+    keys.append(py::str(strix::vector_info(layout->keys).key));
+    for (const strix::Vector v : layout->values) keys.append(py::str(strix::vector_info(v).key));
+    tables[which] = py::tuple(keys);
+  }
+  m.attr("_TABLE_VECTORS") = tables;
 
   py::class_<Item> item(m, "SolutionItem");
   item.def_property_readonly("kind", [](const Item& i) { return text(i.item->kind); })

@@ -107,6 +107,11 @@ inline constexpr std::array<VectorInfo, kVectorCount> kVectors{{
     {Vector::doty, "doty", Axis::acc_blocks, nullptr, &SolutionItem::doty},
 }};
 
+// The row of the table for `v`.
+constexpr const VectorInfo& vector_info(Vector v) {
+  return kVectors[static_cast<std::size_t>(v)];
+}
+
 // The kind or vector of that name, if there is one.
 std::optional<SolutionKind> solution_kind_named(std::string_view name);
 std::optional<Vector> vector_named(std::string_view name);

@@ -72,10 +72,10 @@ def _summary_rows(file, solution):
     return [(file, *item, *counts, info) for item in items or [(None,) * 5]]
 
 
-def _item_types(rows, types=None):
+def _item_types(rows):
     """{item name: the Python types of its values} over the rows' information
-    items (their 12th field), added to `types`."""
-    types = {} if types is None else types
+    items (their 12th field)."""
+    types = {}
     for row in rows:
         for name, value in row[11].items():
             types.setdefault(name, set()).add(type(value))

@@ -7,6 +7,8 @@ import pandas
 from numpy.typing import NDArray
 
 __version__: str
+_SOLUTION_KINDS: Tuple[str, ...]
+_TABLE_VECTORS: Dict[str, Tuple[str, ...]]
 
 Source = Union[str, os.PathLike[str], os.PathLike[bytes], bytes, bytearray, memoryview, IO[bytes]]
 Path = Union[str, bytes, os.PathLike[str], os.PathLike[bytes]]

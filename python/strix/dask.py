@@ -17,11 +17,6 @@ import pandas
 
 import strix
 
-# The vectors each table can take, in its column order.
-_TABLE_VECTORS = {"variables": ("skx", "xx", "slx", "sux", "snx"),
-                  "constraints": ("skc", "xc", "slc", "suc", "y")}
-
-
 def _summary_items(files, report):
     """{item name: the Python types of its values} over the files."""
     return strix._item_types(strix._summary_reads(files, 1, report))
@@ -58,14 +53,14 @@ def _table_part(file, kind, vectors, which, like):
 
 
 def _table(sources, kind, vectors, which):
-    allowed = _TABLE_VECTORS[which]
+    allowed = strix._strix._TABLE_VECTORS[which]  # status keys first, then the values
     vectors = allowed if vectors is None else (vectors,) if isinstance(vectors, str) else tuple(
         vectors)
     for name in vectors:
         if name not in allowed:
             raise ValueError(f"{name!r} is not a vector of the {which} (one of "
                              f"{', '.join(allowed)})")
-    if kind not in ("interior", "basic", "integer"):
+    if kind not in strix._strix._SOLUTION_KINDS:
         raise ValueError(f"unknown solution kind {kind!r}")
     columns = {"file": "object", "name": "object"}
     columns.update({"status": "object"} if allowed[0] in vectors else {})

@@ -218,10 +218,8 @@ struct Conversion::Owned {
 
   // Standard output's buffer, or the output file, created. Unchecked (the
   // command), an output that cannot be created is a closed file buffer: it
-  // loses every write, and the conversion still succeeds.
-  // Unchecked (the command), an output that cannot be created is a closed
-  // file buffer: it loses every write, and the conversion still succeeds.
-  // The watch, if any, hears of the file's opening on either side of it.
+  // loses every write, and the conversion still succeeds. The watch, if any, hears of the file's
+  // opening on either side of it.
   std::streambuf* create_output(const Names& n, bool checked, OutputWatch* watch) {
     if (n.out_base == "-") return std::cout.rdbuf();
     if (watch) watch->opening();

@@ -135,7 +135,7 @@ void put_item(OutBuffer& ob, const Solution& solution, const SolutionItem& item)
   // skx and skc are written even when empty; every other vector only when
   // present.
   for (const Vector v : kJsonOrder) {
-    const VectorInfo& info = kVectors[static_cast<std::size_t>(v)];
+    const VectorInfo& info = vector_info(v);
     if (info.keys != nullptr) {
       const Array<std::uint8_t>& keys = item.*info.keys;
       if (keys.empty() && v != Vector::skx && v != Vector::skc) continue;

@@ -81,15 +81,10 @@ char* put_value(char* out, const Array<double>& values, std::uint64_t i) {
   return out + kValueColumnWidth;
 }
 
-// The key of a vector, as the table headers and the columns name it.
-std::string_view key_of(Vector v) {
-  return kVectors[static_cast<std::size_t>(v)].key;
-}
-
 void write_header(OutBuffer& ob, const std::array<Vector, 4>& columns) {
   fmt::format_to(ob.out(), FMT_COMPILE("    # {:<20s}  {:6s} {:>24s} {:>24s} {:>24s} {:>24s}\n"),
-                 "name", "sta", key_of(columns[0]), key_of(columns[1]), key_of(columns[2]),
-                 key_of(columns[3]));
+                 "name", "sta", vector_info(columns[0]).key, vector_info(columns[1]).key,
+                 vector_info(columns[2]).key, vector_info(columns[3]).key);
 }
 
 void write_objective(OutBuffer& ob, const SolutionItem& item) {
@@ -150,10 +145,10 @@ void write_table(OutBuffer& ob, const Solution& s, const SolutionItem& item,
   const NameList& list = s.*table.names;
   const std::int32_t count = s.*table.rows;
   const std::string_view default_prefix = table.prefix;
-  const Array<std::uint8_t>& keys = item.*kVectors[static_cast<std::size_t>(table.keys)].keys;
+  const Array<std::uint8_t>& keys = item.*vector_info(table.keys).keys;
   std::array<const Array<double>*, 4> columns;
   for (std::size_t c = 0; c < columns.size(); ++c) {
-    columns[c] = &(item.*kVectors[static_cast<std::size_t>(table.values[c])].values);
+    columns[c] = &(item.*vector_info(table.values[c]).values);
   }
   const auto rows = static_cast<std::uint64_t>(std::max(count, 0));
   ob.format_run({1, [rows](std::size_t) { return rows; }, kRowBytes,

@@ -2,12 +2,12 @@
 
 #include <atomic>        // the files' shared counters
 #include <cstring>       // std::memcpy
+#include <numeric>       // std::accumulate
 #include <system_error>  // std::system_error
 #include <thread>        // std::jthread
+#include <type_traits>   // std::is_same_v
 
-#include <unistd.h>     // STDIN_FILENO
-#include <numeric>      // std::accumulate
-#include <type_traits>  // std::is_same_v
+#include <unistd.h>  // STDIN_FILENO
 
 #include "strix/errors.h"
 #include "strix/record.h"

@@ -304,7 +304,7 @@ void write_task(std::ostream& out, const Solution& solution) {
     // carry their own marker bytes; the patterns that shape them are not
     // recorded, the values are stored flat.
     for (const Vector v : kTaskOrder) {
-      const VectorInfo& info = kVectors[static_cast<std::size_t>(v)];
+      const VectorInfo& info = vector_info(v);
       if (info.keys != nullptr) {
         const Array<std::uint8_t>& keys = item.*info.keys;
         if (!keys.empty() || v != Vector::skn) write_array_member(tar, member(info.key), keys);

@@ -28,6 +28,10 @@ unsigned machine_threads() {
   return n;
 }
 
+unsigned thread_budget(unsigned requested) {
+  return requested == 0 ? machine_threads() : requested;
+}
+
 ThreadShare share_threads(unsigned threads, Compression compression) {
   threads = std::max(threads, 1u);
   if (compression == Compression::none) return {threads, 0};
@@ -173,14 +177,6 @@ void Pipeline::drop() noexcept {
   });
   entries_.clear();
   next_ = 0;
-}
-
-}  // namespace strix
-
-namespace strix {
-
-unsigned thread_budget(unsigned requested) {
-  return requested == 0 ? machine_threads() : requested;
 }
 
 }  // namespace strix

@@ -20,6 +20,10 @@ namespace strix {
 // positive integer; any other value is ignored. At least 1.
 unsigned machine_threads();
 
+// The threads a caller may use: `requested`, or where that is 0, all that
+// machine_threads() gives.
+unsigned thread_budget(unsigned requested);
+
 enum class Compression { none, zstd, gzip };
 
 // How a conversion's threads are spent. The writer's own thread formats,
@@ -109,13 +113,5 @@ class Pipeline {
   // The caller's alone: filled by start(), joined by the destructor.
   std::vector<std::thread> threads_;
 };
-
-}  // namespace strix
-
-namespace strix {
-
-// The threads a caller may use: `requested`, or where that is 0, all that
-// machine_threads() gives.
-unsigned thread_budget(unsigned requested);
 
 }  // namespace strix
