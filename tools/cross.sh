@@ -93,7 +93,21 @@ build_isal() {
   rm -rf "$work"
 }
 
-cmake_args=(-DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/toolchains/$triple.cmake" -DCMAKE_PREFIX_PATH="$prefix"
+# zstd as a static library with its CMake package, in $prefix.
+build_zstd() {
+  [ -f "$prefix/lib/cmake/zstd/zstdConfig.cmake" ] && return
+  local src work=$cache/zstd-$target
+  src=$(source_package libzstd)
+  cmake -S "$src/build/cmake" -B "$work" -DCMAKE_TOOLCHAIN_FILE="$toolchain" \
+    -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX="$prefix" -DZSTD_BUILD_PROGRAMS=OFF \
+    -DZSTD_BUILD_TESTS=OFF -DZSTD_BUILD_SHARED=OFF -DZSTD_BUILD_STATIC=ON >/dev/null
+  cmake --build "$work" -j"$jobs" >/dev/null
+  cmake --install "$work" >/dev/null
+  rm -rf "$work"
+}
+
+toolchain=$PWD/cmake/toolchains/$triple.cmake
+cmake_args=(-DCMAKE_TOOLCHAIN_FILE="$toolchain" -DCMAKE_PREFIX_PATH="$prefix"
             -DSTRIX_BUILD_PYTHON=OFF -DSTRIX_BUILD_FUZZERS=OFF -DSTRIX_WERROR=ON)
 case $target in
   arm64)
@@ -105,8 +119,28 @@ case $target in
     build_isal programs arch=aarch64 host_cpu=aarch64 CC=aarch64-linux-gnu-gcc AR=aarch64-linux-gnu-ar
     ;;
   windows)
-    echo "cross: windows is not ready yet" >&2
-    exit 1
+    need dpkg-dev g++-mingw-w64-x86-64-posix nasm wine64 wine
+    build_isal "" arch=mingw AS=nasm CC=x86_64-w64-mingw32-gcc-posix AR=x86_64-w64-mingw32-ar
+    build_zstd
+    # {fmt} header-only from Debian's headers, as a package in the build
+    # tree: -I/usr/include would bring the build machine's C library along.
+    fmt=$PWD/$build/fmt
+    mkdir -p "$fmt/include"
+    cp -r /usr/include/fmt "$fmt/include/"
+    cp "$(dpkg -L "libfmt-dev:$(dpkg --print-architecture)" | grep '/fmt-config-version.cmake$')" "$fmt/"
+    cat >"$fmt/fmt-config.cmake" <<'EOF'
+if(NOT TARGET fmt::fmt)
+  add_library(fmt::fmt INTERFACE IMPORTED)
+  set_target_properties(fmt::fmt PROPERTIES INTERFACE_INCLUDE_DIRECTORIES "${CMAKE_CURRENT_LIST_DIR}/include"
+                                            INTERFACE_COMPILE_DEFINITIONS FMT_HEADER_ONLY=1)
+endif()
+EOF
+    cmake_args+=(-DCMAKE_PREFIX_PATH="$prefix;$fmt" -DCMAKE_FIND_ROOT_PATH="$prefix;$fmt")
+    # One Wine prefix, made before the tests, and one server for all their runs.
+    export WINEPREFIX=$cache/wine WINEDEBUG=-all
+    [ -f "$WINEPREFIX/system.reg" ] || wineboot -i >/dev/null 2>&1
+    wineserver -p
+    trap 'wineserver -k' EXIT
     ;;
 esac
 
