@@ -1,6 +1,9 @@
 #include "strix/names.h"
 
+#include <iomanip>  // std::quoted
 #include <sstream>  // std::ostringstream
+
+#include "strix/platform/files.h"
 
 namespace strix {
 
@@ -11,7 +14,7 @@ std::string path_text(const std::filesystem::path& name) {
 
 std::string quoted(const std::filesystem::path& name) {
   std::ostringstream os;
-  os << name;
+  os << std::quoted(platform::message_text(name));
   return os.str();
 }
 

@@ -25,7 +25,8 @@ inline bool is_gzip_input(const std::filesystem::path& name) {
 // are UTF-16.
 std::string path_text(const std::filesystem::path& name);
 // The name as the path stream insertion writes it: in double quotes, with
-// quotes and backslashes inside escaped ("\".gz\"").
+// quotes and backslashes inside escaped ("\".gz\""), in the narrow text
+// of the system's messages (platform/files.h).
 std::string quoted(const std::filesystem::path& name);
 
 }  // namespace strix

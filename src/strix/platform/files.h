@@ -9,6 +9,7 @@
 #include <cstdint>     // std::uint64_t
 #include <filesystem>  // std::filesystem::path
 #include <optional>    // std::optional
+#include <string>      // std::string
 
 namespace strix::platform {
 
@@ -30,6 +31,11 @@ std::optional<std::uint64_t> position(int fd) noexcept;
 bool seek_to(int fd, std::uint64_t offset) noexcept;
 // The size of a regular file; nothing for a pipe, a terminal or a device.
 std::optional<std::uint64_t> regular_file_size(int fd) noexcept;
+
+// The name as the command writes it in its messages: its bytes on POSIX,
+// its text in the ANSI code page on Windows, as the system's narrow calls
+// have it.
+std::string message_text(const std::filesystem::path& name);
 
 // Standard input's descriptor, switched to binary mode.
 int binary_standard_input() noexcept;

@@ -76,6 +76,10 @@ std::optional<std::uint64_t> regular_file_size(int fd) noexcept {
   return static_cast<std::uint64_t>(st.st_size);
 }
 
+std::string message_text(const std::filesystem::path& name) {
+  return name.native();
+}
+
 // No line ends are translated here.
 int binary_standard_input() noexcept {
   return STDIN_FILENO;

@@ -118,6 +118,18 @@ std::optional<std::uint64_t> regular_file_size(int fd) noexcept {
   return static_cast<std::uint64_t>(st.st_size);
 }
 
+std::string message_text(const std::filesystem::path& name) {
+  const std::wstring& wide = name.native();
+  if (wide.empty()) return {};
+  const int size = static_cast<int>(wide.size());
+  std::string text(static_cast<std::size_t>(WideCharToMultiByte(CP_ACP, 0, wide.data(), size,
+                                                                nullptr, 0, nullptr, nullptr)),
+                   '\0');
+  WideCharToMultiByte(CP_ACP, 0, wide.data(), size, text.data(), static_cast<int>(text.size()),
+                      nullptr, nullptr);
+  return text;
+}
+
 int binary_standard_input() noexcept {
   _setmode(0, _O_BINARY);
   return 0;
