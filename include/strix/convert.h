@@ -3,9 +3,9 @@
 // asks for. Failures are exceptions (errors.h); nothing is printed.
 #pragma once
 
-#include <memory>       // std::unique_ptr
-#include <string>       // std::string
-#include <string_view>  // std::string_view
+#include <filesystem>  // std::filesystem::path
+#include <memory>      // std::unique_ptr
+#include <string>      // std::string
 
 namespace strix {
 
@@ -61,7 +61,10 @@ struct ConvertOptions {
 // report a failure before they are closed; close() finishes them.
 class Conversion {
  public:
-  Conversion(std::string_view in_name, std::string_view out_name, ConvertOptions options = {});
+  // Names are paths: on Windows wide, so that every name the system holds
+  // can be given.
+  Conversion(std::filesystem::path in_name, std::filesystem::path out_name,
+             ConvertOptions options = {});
   // Closes what is still open; a failure to finish the output is dropped.
   ~Conversion();
 
@@ -80,14 +83,15 @@ class Conversion {
  private:
   struct Owned;
 
-  std::string in_name_;
-  std::string out_name_;
+  std::filesystem::path in_name_;
+  std::filesystem::path out_name_;
   ConvertOptions options_;
   std::unique_ptr<Owned> owned_;
 };
 
 // run() and close() in one call. When the conversion fails, the outputs are
 // still finished and closed, and the conversion's failure is thrown.
-Outcome convert(std::string_view in_name, std::string_view out_name, ConvertOptions options = {});
+Outcome convert(const std::filesystem::path& in_name, const std::filesystem::path& out_name,
+                ConvertOptions options = {});
 
 }  // namespace strix

@@ -177,7 +177,7 @@ std::unique_ptr<Solution> read_solution_file(const std::filesystem::path& path,
 // "-.b" and "-.b.zst" are standard input, plain and Zstandard; any other
 // name as read_solution_file reads it, but that a name ending in ".gz" is
 // refused with UnsupportedInput.
-std::unique_ptr<Solution> read_solution_named(std::string_view name,
+std::unique_ptr<Solution> read_solution_named(const std::filesystem::path& name,
                                               const ReadOptions& options = {});
 
 // Reads many files on `threads` threads (0: as many as the process may

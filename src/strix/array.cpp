@@ -1,16 +1,14 @@
 #include "strix/array.h"
 
-#include <sys/mman.h>  // madvise
-
 #include <algorithm>  // std::max
 #include <cstdint>    // fixed-width integers
-#include <cstdlib>    // std::aligned_alloc, std::malloc, std::free
 #include <cstring>    // std::memcpy
 #include <limits>     // overflow guard
 #include <new>        // std::bad_alloc
 
 #include "strix/bulk.h"
 #include "strix/limits.h"
+#include "strix/platform/process.h"
 
 namespace strix {
 
@@ -19,18 +17,17 @@ void* allocate_bulk(std::size_t bytes) {
   const std::size_t rounded = (bytes + kHugePage - 1) / kHugePage * kHugePage;
   void* p;
   if (rounded - bytes <= bytes / kHugePageWasteShare) {
-    p = std::aligned_alloc(kHugePage, rounded);
-    // Only advice: where huge pages are unavailable nothing changes.
-    if (p != nullptr) madvise(p, rounded, MADV_HUGEPAGE);
+    p = platform::allocate_aligned(kHugePage, rounded);
+    if (p != nullptr) platform::advise_huge_pages(p, rounded);
   } else {
-    p = std::malloc(bytes == 0 ? 1 : bytes);
+    p = platform::allocate_aligned(0, bytes);
   }
   if (p == nullptr) throw std::bad_alloc();
   return p;
 }
 
 void free_bulk(void* p) noexcept {
-  std::free(p);
+  platform::free_aligned(p);
 }
 
 template <typename T>

@@ -1,23 +1,23 @@
 #include "strix/convert.h"
 
-#include <sys/stat.h>  // stat, fstat
-#include <unistd.h>    // STDIN_FILENO
-
-#include <algorithm>   // std::max
+#include <algorithm>   // std::max, std::min
 #include <cerrno>      // errno, EISDIR, EIO
+#include <cstring>     // std::memcpy
 #include <filesystem>  // std::filesystem::path
-#include <fstream>     // std::filebuf
 #include <iostream>    // std::cout
 #include <memory>      // std::unique_ptr
 #include <optional>    // std::optional
 #include <ostream>     // std::ostream
-#include <sstream>     // std::ostringstream
-#include <utility>     // std::pair
+#include <streambuf>   // std::streambuf
+#include <utility>     // std::exchange
 #include <vector>      // copy buffer
 
 #include "strix/compress.h"
 #include "strix/errors.h"
 #include "strix/limits.h"
+#include "strix/names.h"
+#include "strix/platform/files.h"
+#include "strix/platform/outputs.h"
 #include "strix/solution.h"
 #include "strix/streams.h"
 #include "strix/threads.h"
@@ -39,8 +39,8 @@ struct Names {
   fs::path out_base;         // "-" for standard output
 };
 
-Names parse_names(std::string_view in_name, std::string_view out_name) {
-  Names n{fs::path(in_name), fs::path(out_name), {}, {}, {}, {}};
+Names parse_names(const fs::path& in_name, const fs::path& out_name) {
+  Names n{in_name, out_name, {}, {}, {}, {}};
   n.in_compression = n.in_path.extension();
   n.out_format = n.out_path.extension();
   n.out_base = fs::path(n.out_path).replace_extension();
@@ -54,27 +54,18 @@ Names parse_names(std::string_view in_name, std::string_view out_name) {
   return n;
 }
 
-// A path as the standard path stream insertion writes it: double quotes
-// around, quotes and backslashes inside escaped.
-std::string quoted(const fs::path& p) {
-  std::ostringstream os;
-  os << p;
-  return os.str();
-}
-
-// The input's reader, and the device and inode of the file it reads where
-// it reads one.
+// The input's reader, and which file it reads where it reads one.
 struct Input {
   std::unique_ptr<Reader> reader;
-  std::optional<std::pair<dev_t, ino_t>> file;
+  std::optional<platform::FileIdentity> file;
 };
 
 Input open_input(const fs::path& in_path, bool unchecked_files) {
   Input input;
-  struct stat st;
-  if (in_path == "-.b" || in_path == "-.b.zst") {
-    input.reader = std::make_unique<FDescReader>(STDIN_FILENO);
-    if (fstat(STDIN_FILENO, &st) == 0) input.file.emplace(st.st_dev, st.st_ino);
+  if (names_standard_input(in_path)) {
+    const int fd = platform::binary_standard_input();
+    input.reader = std::make_unique<FDescReader>(fd);
+    input.file = platform::identity_of(fd);
     return input;
   }
   try {
@@ -85,57 +76,88 @@ Input open_input(const fs::path& in_path, bool unchecked_files) {
     input.reader = std::make_unique<MemoryReader>(nullptr, 0);
     return input;
   }
-  if (stat(in_path.c_str(), &st) == 0) input.file.emplace(st.st_dev, st.st_ino);
+  input.file = platform::identity_of(in_path);
   return input;
 }
 
 // Refuses an output that names the input file, under any of its names,
 // before the output is created: truncating it would lose the input.
 void refuse_same_file(const Input& input, const Names& n) {
-  struct stat st;
-  if (!input.file || n.out_base == "-" || stat(n.out_path.c_str(), &st) != 0) return;
-  if (*input.file == std::pair(st.st_dev, st.st_ino)) {
-    throw SameFileError(n.in_path.string(), n.out_path.string());
+  if (!input.file || n.out_base == "-") return;
+  if (platform::identity_of(n.out_path) == input.file) {
+    throw SameFileError(path_text(n.in_path), path_text(n.out_path));
   }
 }
 
 // The output file. Checked, a file that cannot be created or written throws
 // IOError with the system's reason. Unchecked, as the command has it, it
-// takes every byte and loses those that cannot be written.
-class OutputFile : public std::filebuf {
+// takes every byte and loses those that cannot be written, as a closed file
+// buffer does: puts then report nothing taken.
+class OutputFile : public std::streambuf {
  public:
-  OutputFile(const fs::path& path, bool checked) : path_(path), checked_(checked) {
-    if (open(path, std::ios::out | std::ios::binary | std::ios::trunc) == nullptr) {
-      failed("cannot create");
-    }
+  OutputFile(const fs::path& path, bool checked)
+      : path_(path), checked_(checked), fd_(platform::create_for_writing(path)) {
+    if (fd_ < 0) failed("cannot create");
+    if (fd_ >= 0) buffer_.resize(kOutputFileBuffer);
+    setp(buffer_.data(), buffer_.data() + buffer_.size());
   }
-  // Flushes and closes the file.
+  // What an earlier failure left gathered is still written.
+  ~OutputFile() override {
+    if (fd_ >= 0) drain(), platform::close_file(fd_);
+  }
+  OutputFile(const OutputFile&) = delete;
+  OutputFile& operator=(const OutputFile&) = delete;
+
+  bool is_open() const { return fd_ >= 0; }
+  // Writes what is gathered and closes the file.
   void finish() {
-    if (is_open() && close() == nullptr) failed("cannot write");
+    if (fd_ < 0) return;
+    const bool written = drain();
+    platform::close_file(std::exchange(fd_, -1));
+    if (!written) failed("cannot write");
   }
 
  protected:
   std::streamsize xsputn(const char* s, std::streamsize n) override {
-    const std::streamsize put = std::filebuf::xsputn(s, n);
-    if (put < n) failed("cannot write");
-    return put;
+    if (fd_ < 0) return 0;
+    const auto size = static_cast<std::size_t>(n);
+    if (size < kOutputFileDirect && size <= static_cast<std::size_t>(epptr() - pptr())) {
+      std::memcpy(pptr(), s, size);
+      pbump(static_cast<int>(size));
+      return n;
+    }
+    // Other pieces go to the file from where they lie.
+    if (drain() && platform::write_fully(fd_, s, size)) return n;
+    failed("cannot write");
+    return 0;
   }
   int_type overflow(int_type c) override {
-    const int_type result = std::filebuf::overflow(c);
-    if (traits_type::eq_int_type(result, traits_type::eof()) &&
-        !traits_type::eq_int_type(c, traits_type::eof())) {
-      failed("cannot write");
+    if (fd_ < 0 || !drain()) {
+      if (fd_ >= 0) failed("cannot write");
+      return traits_type::eof();
     }
-    return result;
+    if (traits_type::eq_int_type(c, traits_type::eof())) return traits_type::not_eof(c);
+    *pptr() = traits_type::to_char_type(c);
+    pbump(1);
+    return c;
   }
+  int sync() override { return fd_ >= 0 && drain() ? 0 : -1; }
 
  private:
+  // Hands the gathered bytes to the file; false when it takes them not all.
+  bool drain() {
+    const auto size = static_cast<std::size_t>(pptr() - pbase());
+    setp(buffer_.data(), buffer_.data() + buffer_.size());
+    return size == 0 || platform::write_fully(fd_, buffer_.data(), size);
+  }
   void failed(std::string_view action) const {
-    if (checked_) throw IOError(errno != 0 ? errno : EIO, path_.string(), action);
+    if (checked_) throw IOError(errno != 0 ? errno : EIO, path_text(path_), action);
   }
 
   fs::path path_;
   bool checked_;
+  int fd_;
+  std::vector<char> buffer_;
 };
 
 // Copies the source to the final buffer in fixed pieces; the bytes are never
@@ -152,7 +174,7 @@ void copy_bytes(Reader& source, std::streambuf& final_buf, const fs::path& in_pa
     } catch (Error& e) {
       // Pieces read before a decompression error belong in the output, as
       // if each had been handed on as soon as it was read.
-      e.set_path(in_path.string());
+      e.set_path(path_text(in_path));
       final_buf.sputn(copy_buffer.data(), static_cast<std::streamsize>(filled));
       throw;
     }
@@ -177,7 +199,7 @@ std::unique_ptr<Solution> read_input(Reader& source, const fs::path& in_path) {
   try {
     return read_solution(source);
   } catch (Error& e) {
-    e.set_path(in_path.string());
+    e.set_path(path_text(in_path));
     throw;
   }
 }
@@ -221,7 +243,10 @@ struct Conversion::Owned {
   // loses every write, and the conversion still succeeds. The watch, if any, hears of the file's
   // opening on either side of it.
   std::streambuf* create_output(const Names& n, bool checked, OutputWatch* watch) {
-    if (n.out_base == "-") return std::cout.rdbuf();
+    if (n.out_base == "-") {
+      platform::binary_standard_output();
+      return std::cout.rdbuf();
+    }
     if (watch) watch->opening();
     try {
       out_file.emplace(n.out_path, checked);
@@ -254,7 +279,8 @@ struct Conversion::Owned {
   }
 };
 
-Conversion::Conversion(std::string_view in_name, std::string_view out_name, ConvertOptions options)
+Conversion::Conversion(std::filesystem::path in_name, std::filesystem::path out_name,
+                       ConvertOptions options)
     : in_name_(in_name), out_name_(out_name), options_(options) {}
 
 Conversion::~Conversion() {
@@ -267,7 +293,7 @@ Conversion::~Conversion() {
 
 Outcome Conversion::run() {
   const Names n = parse_names(in_name_, out_name_);
-  if (n.in_compression == ".gz") return {2, UnsupportedInput(quoted(n.in_compression)).what()};
+  if (is_gzip_input(n.in_path)) return {2, UnsupportedInput(quoted(n.in_compression)).what()};
 
   close();
   owned_ = std::make_unique<Owned>();
@@ -308,7 +334,8 @@ void Conversion::close() {
   if (o->out_file) o->out_file->finish();
 }
 
-Outcome convert(std::string_view in_name, std::string_view out_name, ConvertOptions options) {
+Outcome convert(const std::filesystem::path& in_name, const std::filesystem::path& out_name,
+                ConvertOptions options) {
   Conversion conversion(in_name, out_name, options);
   Outcome outcome = conversion.run();
   conversion.close();

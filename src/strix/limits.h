@@ -52,6 +52,11 @@ inline constexpr std::size_t kHugePage = std::size_t{2} << 20;
 // large enough that handing over (to the file or a compressing buffer) costs
 // nothing beside formatting, small enough to stay in cache.
 inline constexpr std::size_t kOutputPiece = std::size_t{1} << 18;
+// An output file gathers puts smaller than kOutputFileDirect (an archive's
+// headers) into writes of kOutputFileBuffer; larger pieces go to the file
+// at once, so that a failing write is seen while the output is written.
+inline constexpr std::size_t kOutputFileBuffer = 8192;
+inline constexpr std::size_t kOutputFileDirect = 1024;
 
 // A pipeline of jobs (threads.h) keeps at most this many in flight per
 // thread that runs them, the submitting thread counted: enough that a thread

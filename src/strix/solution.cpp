@@ -7,9 +7,9 @@
 #include <thread>        // std::jthread
 #include <type_traits>   // std::is_same_v
 
-#include <unistd.h>  // STDIN_FILENO
-
 #include "strix/errors.h"
+#include "strix/names.h"
+#include "strix/platform/files.h"
 #include "strix/record.h"
 #include "strix/streams.h"
 #include "strix/threads.h"  // thread_budget
@@ -357,17 +357,17 @@ std::unique_ptr<Solution> read_solution_file(const std::filesystem::path& path,
     zstd::Reader decompressor(&file);
     return read_solution(decompressor, options);
   } catch (Error& e) {
-    e.set_path(path.string());
+    e.set_path(path_text(path));
     throw;
   }
 }
 
-std::unique_ptr<Solution> read_solution_named(std::string_view name, const ReadOptions& options) {
-  const std::filesystem::path path(name);
-  if (path.extension() == ".gz") throw UnsupportedInput("\".gz\"");
-  if (name != "-.b" && name != "-.b.zst") return read_solution_file(path, options);
-  FDescReader in(STDIN_FILENO);
-  if (name == "-.b") return read_solution(in, options);
+std::unique_ptr<Solution> read_solution_named(const std::filesystem::path& name,
+                                              const ReadOptions& options) {
+  if (is_gzip_input(name)) throw UnsupportedInput(quoted(name.extension()));
+  if (!names_standard_input(name)) return read_solution_file(name, options);
+  FDescReader in(platform::binary_standard_input());
+  if (!is_zstd_input(name)) return read_solution(in, options);
   zstd::Reader decompressor(&in);
   return read_solution(decompressor, options);
 }
@@ -385,9 +385,9 @@ std::vector<FileRead> read_solution_files(const std::vector<std::filesystem::pat
       if (stop_at_failure && i > first_failure.load()) break;
       try {
         try {
-          reads[i].solution = read_solution_named(paths[i].native(), options);
+          reads[i].solution = read_solution_named(paths[i], options);
         } catch (Error& e) {
-          e.set_path(paths[i].string());
+          e.set_path(path_text(paths[i]));
           throw;
         }
       } catch (...) {

@@ -1,20 +1,16 @@
 #include "strix/streams.h"
 
 #include <algorithm>  // std::min
-#include <cerrno>     // errno
-#include <climits>    // SSIZE_MAX
 #include <cstring>    // std::memcpy
 #include <new>        // std::bad_alloc, std::align_val_t
 #include <string>     // the decoder's error text
 #include <vector>     // the decoder's buffers
 
-#include <fcntl.h>     // open
-#include <sys/stat.h>  // fstat
-#include <unistd.h>    // read, lseek, close
-#include <zstd.h>      // ZSTD_decompressStream
+#include <zstd.h>  // ZSTD_decompressStream
 
 #include "strix/errors.h"
 #include "strix/limits.h"
+#include "strix/platform/files.h"
 
 namespace strix {
 
@@ -32,20 +28,7 @@ std::uint64_t Reader::skip(std::uint64_t n) {
   return count;
 }
 
-namespace {
-// read(2) until n bytes or the end of the data; an error ends the data, as
-// a failed read of a stream does.
-std::uint64_t read_fully(int fd, char* dst, std::uint64_t n) {
-  std::uint64_t count = 0;
-  while (count < n) {
-    const ssize_t got = ::read(fd, dst + count, std::min<std::uint64_t>(n - count, SSIZE_MAX));
-    if (got < 0 && errno == EINTR) continue;
-    if (got <= 0) break;
-    count += static_cast<std::uint64_t>(got);
-  }
-  return count;
-}
-}  // namespace
+using platform::read_fully;
 
 FDescReader::FDescReader(int fd)
     : fd_(fd), buffer_(new (kInputBufferAlignment) char[kInputBuffer]), fill_(kFirstFill) {}
@@ -81,11 +64,7 @@ std::uint64_t FDescReader::read(void* dst, std::uint64_t n) {
 }
 
 std::uint64_t FDescReader::file_size() {
-  if (!size_) {
-    struct stat st;
-    size_ = fstat(fd_, &st) == 0 && S_ISREG(st.st_mode) ? static_cast<std::uint64_t>(st.st_size)
-                                                        : kUnknownRemaining;
-  }
+  if (!size_) size_ = platform::regular_file_size(fd_).value_or(kUnknownRemaining);
   return *size_;
 }
 
@@ -95,41 +74,28 @@ std::uint64_t FDescReader::skip(std::uint64_t n) {
   const std::uint64_t rest = n - buffered;
   if (rest == 0) return n;
   const std::uint64_t size = file_size();
-  const off_t pos = size == kUnknownRemaining ? -1 : lseek(fd_, 0, SEEK_CUR);
-  const std::uint64_t at = pos < 0 ? 0 : static_cast<std::uint64_t>(pos);
+  const std::optional<std::uint64_t> pos =
+      size == kUnknownRemaining ? std::nullopt : platform::position(fd_);
+  const std::uint64_t at = pos.value_or(0);
   const std::uint64_t target = at + std::min(rest, size - std::min(size, at));
-  if (pos < 0 || lseek(fd_, static_cast<off_t>(target), SEEK_SET) < 0) {
-    return buffered + Reader::skip(rest);
-  }
+  if (!pos || !platform::seek_to(fd_, target)) return buffered + Reader::skip(rest);
   fill_ = kFirstFill;
   return buffered + (target - at);
 }
 
 std::uint64_t FDescReader::remaining_bound() {
   const std::uint64_t size = file_size();
-  const off_t pos = size == kUnknownRemaining ? -1 : lseek(fd_, 0, SEEK_CUR);
-  if (pos < 0 || static_cast<std::uint64_t>(pos) > size) return kUnknownRemaining;
-  return size - static_cast<std::uint64_t>(pos) + (end_ - begin_);
+  const std::optional<std::uint64_t> pos =
+      size == kUnknownRemaining ? std::nullopt : platform::position(fd_);
+  if (!pos || *pos > size) return kUnknownRemaining;
+  return size - *pos + (end_ - begin_);
 }
 
-namespace {
-int open_file(const std::filesystem::path& path) {
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  int error = fd < 0 ? errno : 0;
-  struct stat st;
-  if (fd >= 0 && fstat(fd, &st) == 0 && S_ISDIR(st.st_mode)) error = EISDIR;
-  if (error != 0) {
-    if (fd >= 0) ::close(fd);
-    throw IOError(error, path.string(), error == EISDIR ? "cannot read" : "cannot open");
-  }
-  return fd;
-}
-}  // namespace
-
-FileReader::FileReader(const std::filesystem::path& path) : FDescReader(open_file(path)) {}
+FileReader::FileReader(const std::filesystem::path& path)
+    : FDescReader(platform::open_for_reading(path)) {}
 
 FileReader::~FileReader() {
-  ::close(fd_);
+  platform::close_file(fd_);
 }
 
 std::uint64_t MemoryReader::read(void* dst, std::uint64_t n) {

@@ -1,24 +1,18 @@
 #include "strix/threads.h"
 
-#include <sched.h>  // sched_getaffinity
-
 #include <algorithm>  // std::max
 #include <charconv>   // std::from_chars
 #include <cstdlib>    // std::getenv
 #include <cstring>    // std::strlen
 #include <exception>  // std::exception
 
-#include "strix/cgroup.h"
 #include "strix/limits.h"
+#include "strix/platform/process.h"
 
 namespace strix {
 
 unsigned machine_threads() {
-  unsigned n = std::max(1u, std::thread::hardware_concurrency());
-  cpu_set_t set;
-  CPU_ZERO(&set);
-  if (sched_getaffinity(0, sizeof set, &set) == 0) n = std::max(1, CPU_COUNT(&set));
-  if (const unsigned quota = cgroup_cpu_quota()) n = std::min(n, quota);
+  unsigned n = platform::processor_count();
   if (const char* cap = std::getenv("STRIX_THREADS")) {
     unsigned value = 0;
     const char* end = cap + std::strlen(cap);
