@@ -136,11 +136,13 @@ if(NOT TARGET fmt::fmt)
 endif()
 EOF
     cmake_args+=(-DCMAKE_PREFIX_PATH="$prefix;$fmt" -DCMAKE_FIND_ROOT_PATH="$prefix;$fmt")
-    # One Wine prefix, made before the tests, and one server for all their runs.
+    # One Wine prefix, made before the tests, and one server for all their
+    # runs, with Wine's own services started here: started by a test, they
+    # would hold its output open.
     export WINEPREFIX=$cache/wine WINEDEBUG=-all
-    [ -f "$WINEPREFIX/system.reg" ] || wineboot -i >/dev/null 2>&1
     wineserver -p
     trap 'wineserver -k' EXIT
+    wineboot -i </dev/null >/dev/null 2>&1
     ;;
 esac
 
