@@ -18,9 +18,13 @@ packages=(
   clang-format git                         # the formatting check
 )
 
+# Installed for this machine's architecture (or for all): the arm64 build of
+# a library that the cross build adds does not count.
+arch=$(dpkg --print-architecture)
 missing=()
 for p in "${packages[@]}"; do
-  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'ok installed' || missing+=("$p")
+  dpkg-query -W -f='${Architecture} ${Status}\n' "$p" 2>/dev/null |
+    grep -Eq "^($arch|all) .*ok installed" || missing+=("$p")
 done
 
 if ((${#missing[@]})); then
