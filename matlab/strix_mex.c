@@ -177,9 +177,13 @@ static void vector_order(const strix_solution* s, int order[STRIX_VECTOR_COUNT])
   pattern = strix_acc_pattern(s, &n);
   for (v = 0; v < STRIX_VECTOR_COUNT; ++v) {
     order[v] = v;
-    bytes[v] = v == STRIX_SKX ? vars : v == STRIX_SKC ? cons : v == STRIX_SKN ? cones
-               : v <= STRIX_SNX ? 8 * vars : v <= STRIX_SUC ? 8 * cons
-               : v <= STRIX_BARS ? 8 * bar : 8 * pattern_sum(pattern, n);
+    bytes[v] = v == STRIX_SKX    ? vars
+               : v == STRIX_SKC  ? cons
+               : v == STRIX_SKN  ? cones
+               : v <= STRIX_SNX  ? 8 * vars
+               : v <= STRIX_SUC  ? 8 * cons
+               : v <= STRIX_BARS ? 8 * bar
+                                 : 8 * pattern_sum(pattern, n);
   }
   for (v = 1; v < STRIX_VECTOR_COUNT; ++v) {
     const int at = order[v];
@@ -195,8 +199,8 @@ static void vector_order(const strix_solution* s, int order[STRIX_VECTOR_COUNT])
  * standard input and Zstandard input once for them all. */
 static void vectors(const char* path, const strix_read_options* options, mxArray* solutions) {
   const size_t length = strlen(path);
-  const int again = strncmp(path, "-.", 2) != 0 &&
-                    (length < 4 || strcmp(path + length - 4, ".zst") != 0);
+  const int again =
+      strncmp(path, "-.", 2) != 0 && (length < 4 || strcmp(path + length - 4, ".zst") != 0);
   int order[STRIX_VECTOR_COUNT];
   int o, k;
   vector_order(held_solution, order);
@@ -258,7 +262,8 @@ static mxArray* info_items(const strix_solution* s, strix_info type) {
     size_t length;
     const char* name = strix_info_name(s, type, i, &length);
     mxSetCell(names, i, text(name, length));
-    if (type == STRIX_INFO_I32) ((int32_t*)mxGetData(values))[i] = (int32_t)strix_info_int(s, type, i);
+    if (type == STRIX_INFO_I32)
+      ((int32_t*)mxGetData(values))[i] = (int32_t)strix_info_int(s, type, i);
     if (type == STRIX_INFO_I64) ((int64_t*)mxGetData(values))[i] = strix_info_int(s, type, i);
     if (type == STRIX_INFO_F64) ((double*)mxGetData(values))[i] = strix_info_f64(s, i);
   }
@@ -414,8 +419,9 @@ static char** summary_paths(const mxArray* value, size_t* count) {
     mxArray* arg = mxCreateString(pattern);
     const char* slash = strrchr(pattern, '\\');
     const char* other = strrchr(pattern, '/');
-    const size_t folder = other > slash ? (size_t)(other - pattern + 1)
-                          : slash != NULL ? (size_t)(slash - pattern + 1) : 0;
+    const size_t folder = other > slash   ? (size_t)(other - pattern + 1)
+                          : slash != NULL ? (size_t)(slash - pattern + 1)
+                                          : 0;
     size_t found = 0;
     mexCallMATLAB(1, &listing, 1, &arg, "dir");
     *count = mxGetNumberOfElements(listing);
@@ -437,7 +443,7 @@ static char** summary_paths(const mxArray* value, size_t* count) {
 }
 
 static void summary(int nlhs, mxArray* plhs[], int nrhs, const mxArray* prhs[]) {
-  static const char* fields[] = {"file", "kind",   "prosta",  "solsta",    "pobj",  "dobj",
+  static const char* fields[] = {"file",   "kind",   "prosta",  "solsta",    "pobj",  "dobj",
                                  "numvar", "numcon", "numcone", "numbarvar", "numacc"};
   const strix_read_options options = {STRIX_ALL_KINDS, 0, 0};
   strix_error* error;
@@ -456,7 +462,8 @@ static void summary(int nlhs, mxArray* plhs[], int nrhs, const mxArray* prhs[]) 
   for (f = 0; f < count; ++f) {
     const strix_solution* s = strix_files_solution(held_files, f);
     int k, kinds = 0;
-    if (strix_files_error(held_files, f) != NULL) raise_error(strix_files_error(held_files, f), NULL);
+    if (strix_files_error(held_files, f) != NULL)
+      raise_error(strix_files_error(held_files, f), NULL);
     for (k = 0; k < STRIX_KIND_COUNT; ++k) kinds += strix_has_solution(s, (strix_kind)k);
     rows += kinds > 0 ? (size_t)kinds : 1;
     for (k = 0; k < 3; ++k) nitems += strix_info_count(s, (strix_info)k);
@@ -504,7 +511,8 @@ static void summary(int nlhs, mxArray* plhs[], int nrhs, const mxArray* prhs[]) 
       const char* status;
       if (!has && !(first && k == STRIX_KIND_COUNT - 1)) continue;
       first = 0;
-      mxSetField(out, row, "file", text(paths[f], strlen(paths[f])));
+      /* A file name as the locale reads it, as it was given. */
+      mxSetField(out, row, "file", mxCreateString(paths[f]));
       if (has) {
         mxSetField(out, row, "kind", mxCreateString(strix_kind_name(kind)));
         status = strix_prosta(s, kind, &n);
