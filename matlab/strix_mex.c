@@ -18,14 +18,17 @@
  * unloaded. */
 static strix_solution* held_solution;
 static strix_solution* held_pass;
+static strix_solution* held_before;
 static strix_files* held_files;
 
 static void release_held(void) {
   strix_solution_free(held_solution);
   strix_solution_free(held_pass);
+  strix_solution_free(held_before);
   strix_files_free(held_files);
   held_solution = NULL;
   held_pass = NULL;
+  held_before = NULL;
   held_files = NULL;
 }
 
@@ -192,11 +195,14 @@ static void vector_order(const strix_solution* s, int order[STRIX_VECTOR_COUNT])
   }
 }
 
-/* Each vector of each solution in `solutions` as a column. The largest
- * goes first, each is read alone and its memory given back as soon as it is
- * copied, so that the vectors exist twice one at a time: a file that can be
- * read again is read once per vector (the rest passed over by seeking),
- * standard input and Zstandard input once for them all. */
+/* Each vector of each solution in `solutions` as a column, so that only
+ * one or two vectors exist twice at a time: a file that can be read again
+ * is read once per vector, the largest first (the rest passed over by
+ * seeking), and a vector's read is given back once the next one is read,
+ * so that Octave's next array takes the memory just given back (already
+ * touched, where fresh memory would cost more than the read) rather than
+ * the library's next read. Standard input and Zstandard input are read
+ * once for all the vectors, each given back as soon as it is copied. */
 static void vectors(const char* path, const strix_read_options* options, mxArray* solutions) {
   const size_t length = strlen(path);
   const int again =
@@ -215,7 +221,11 @@ static void vectors(const char* path, const strix_read_options* options, mxArray
     if (again && (options->vectors & (1u << v)) != 0) {
       const strix_read_options one = {options->kinds, 1u << v, 0};
       strix_error* error;
+      held_before = held_pass;
+      held_pass = NULL;
       if (strix_read_file(path, &one, &held_pass, &error) != STRIX_OK) fail(error);
+      strix_solution_free(held_before);
+      held_before = NULL;
     }
     for (k = 0; k < STRIX_KIND_COUNT; ++k) {
       mxArray* item = mxGetField(solutions, 0, strix_kind_name((strix_kind)k));
@@ -228,11 +238,7 @@ static void vectors(const char* path, const strix_read_options* options, mxArray
         const double* values = strix_values(held_pass, (strix_kind)k, v, &n);
         mxSetField(item, 0, strix_vector_name(v), column(n, "double", values, sizeof(double)));
       }
-      strix_release(held_pass, (strix_kind)k, v);
-    }
-    if (again) {
-      strix_solution_free(held_pass);
-      held_pass = NULL;
+      if (!again) strix_release(held_pass, (strix_kind)k, v);
     }
   }
 }
