@@ -16,6 +16,7 @@ packages=(
   python3-pandas python3-dask python3-distributed python3-mypy  # its tables, recipes, stubs
   clang-14 libclang-rt-14-dev              # libFuzzer targets
   clang-format git                         # the formatting check
+  octave liboctave-dev                     # the MEX files (mkoctfile) and their test
 )
 
 # Installed for this machine's architecture (or for all): the arm64 build of
