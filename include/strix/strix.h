@@ -14,6 +14,8 @@
  * success) whose message names the file and the failed check, in the words
  * of the C++ library. No call prints, aborts or lets a C++ exception out.
  *
+ * Paths are bytes on POSIX systems and UTF-8 on Windows.
+ *
  * Text from a file (statuses, names, information item names) is bytes, not
  * terminated and possibly holding NUL: every such call gives a pointer and
  * stores its length. Pointers into a solution stay valid until the solution

@@ -40,6 +40,12 @@ struct strix_files {
 
 namespace {
 
+// A C caller's path: its bytes on POSIX, UTF-8 on Windows, where the path
+// is UTF-16 and every name the system holds can so be given.
+std::filesystem::path c_path(const char* text) {
+  return std::u8string_view(reinterpret_cast<const char8_t*>(text));
+}
+
 // Handed out where even the error could not be made; never freed.
 strix_error out_of_memory{STRIX_OUT_OF_MEMORY, "out of memory", {}, 0};
 
@@ -320,7 +326,7 @@ strix_status strix_read_file(const char* path, const strix_read_options* options
                              strix_solution** solution, strix_error** error) {
   return read_into(solution, error, [&] {
     require(path, "the path is NULL");
-    return strix::read_solution_named(path, read_options(options));
+    return strix::read_solution_named(c_path(path), read_options(options));
   });
 }
 
@@ -511,7 +517,7 @@ strix_status strix_read_files(const char* const* paths, size_t count,
     std::vector<std::filesystem::path> names;
     for (size_t i = 0; i < count; ++i) {
       require(paths[i], "a path is NULL");
-      names.emplace_back(paths[i]);
+      names.push_back(c_path(paths[i]));
     }
     std::vector<strix::FileRead> reads =
         strix::read_solution_files(names, read_options(options), threads, stop_at_failure != 0);
@@ -551,7 +557,8 @@ strix_status strix_convert(const char* infile, const char* outfile, unsigned thr
   return guarded(error, [&] {
     require(infile, "the input name is NULL");
     require(outfile, "the output name is NULL");
-    const strix::Outcome outcome = strix::convert(infile, outfile, {.threads = threads});
+    const strix::Outcome outcome =
+        strix::convert(c_path(infile), c_path(outfile), {.threads = threads});
     if (outcome.status == 2) throw CommandStatus(STRIX_UNSUPPORTED_INPUT, outcome.message);
     if (outcome.status != 0) throw CommandStatus(STRIX_UNKNOWN_FORMAT, outcome.message);
   });
