@@ -13,7 +13,7 @@
 #include <string>     // std::string
 
 #include "strix/convert.h"
-#include "strix/errors.h"
+#include "strix/failure.h"
 
 namespace strix {
 namespace {
