@@ -772,8 +772,9 @@ class Package(Case):
         os.makedirs(app)
         include = os.path.join(prefix_dir, "include", "strix")
         headers = sorted(os.listdir(include))
-        self.assertEqual(headers, ["array.h", "compress.h", "convert.h", "errors.h", "solution.h",
-                                   "status.h", "streams.h", "strix.h", "version.h", "writers.h"])
+        self.assertEqual(headers, ["array.h", "compress.h", "convert.h", "errors.h", "layout.h",
+                                   "solution.h", "status.h", "streams.h", "strix.h", "version.h",
+                                   "writers.h"])
         for h in headers:
             with open(os.path.join(include, h)) as f:
                 self.assertNotRegex(f.read(), r"#include <(zlib|zstd|isa-l|fmt)", h)
