@@ -561,14 +561,22 @@ strix::ReadOptions read_options(const py::object& solutions, const py::object& v
   return options;
 }
 
-std::string path_bytes(const py::object& path) {
-  return py::module_::import("os").attr("fsencode")(path).cast<std::string>();
+// A path as Python gives it to the system: os.fsencode's bytes where names
+// are bytes, the str itself where they are UTF-16 (Windows). What is no path
+// raises TypeError, a NUL in it ValueError, as open() does.
+std::filesystem::path to_path(const py::handle& path) {
+  using Native = std::filesystem::path::string_type;
+  const py::module_ os = py::module_::import("os");
+  const char* convert = std::is_same_v<Native::value_type, char> ? "fsencode" : "fsdecode";
+  const auto name = os.attr(convert)(path).cast<Native>();
+  if (name.find(Native::value_type{}) != Native::npos) throw py::value_error("embedded null byte");
+  return name;
 }
 
 Shared read(py::object source, const strix::ReadOptions& options) {
   const py::module_ os = py::module_::import("os");
   if (py::isinstance<py::str>(source) || py::isinstance(source, os.attr("PathLike"))) {
-    const std::string name = path_bytes(source);
+    const std::filesystem::path name = to_path(source);
     py::gil_scoped_release released;
     return strix::read_solution_named(name, options);
   }
@@ -618,8 +626,7 @@ py::object exception_object(const std::exception_ptr& failure) {
 py::list read_many(const py::iterable& sources, const strix::ReadOptions& options, unsigned threads,
                    bool raise) {
   std::vector<std::filesystem::path> paths;
-  for (const py::handle source : sources)
-    paths.emplace_back(path_bytes(py::reinterpret_borrow<py::object>(source)));
+  for (const py::handle source : sources) paths.push_back(to_path(source));
   std::vector<strix::FileRead> reads;
   {
     py::gil_scoped_release released;
@@ -639,9 +646,7 @@ py::list read_many(const py::iterable& sources, const strix::ReadOptions& option
 
 void convert(py::object infile, py::object outfile, int threads) {
   if (threads < 0) throw py::value_error("threads must be 0 (the machine's count) or more");
-  const py::module_ os = py::module_::import("os");
-  const std::string in = os.attr("fsencode")(infile).cast<std::string>();
-  const std::string out = os.attr("fsencode")(outfile).cast<std::string>();
+  const std::filesystem::path in = to_path(infile), out = to_path(outfile);
   const strix::Outcome outcome = [&] {
     py::gil_scoped_release released;
     return strix::convert(in, out, {.threads = static_cast<unsigned>(threads)});
