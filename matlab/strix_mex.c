@@ -448,13 +448,87 @@ static char** summary_paths(const mxArray* value, size_t* count) {
   return paths;
 }
 
+/* The union of the files' information items, sorted by name, each an
+ * integer column if every file that has it has an integer; returns their
+ * count. */
+static size_t summary_items(size_t count, item_column** columns) {
+  size_t f, i, all = 0, unique = 0;
+  item_column* items;
+  for (f = 0; f < count; ++f) {
+    int k;
+    for (k = 0; k < 3; ++k)
+      all += strix_info_count(strix_files_solution(held_files, f), (strix_info)k);
+  }
+  items = (item_column*)mxCalloc(all + 1, sizeof(item_column));
+  for (f = 0; f < count; ++f) {
+    const strix_solution* s = strix_files_solution(held_files, f);
+    int k;
+    for (k = 0; k < 3; ++k) {
+      for (i = 0; i < strix_info_count(s, (strix_info)k); ++i) {
+        item_column* c = &items[unique++];
+        int64_t integer;
+        double real;
+        c->name = strix_info_name(s, (strix_info)k, i, &c->length);
+        c->integer = item_value(s, c->name, c->length, &integer, &real) == 1;
+      }
+    }
+  }
+  qsort(items, unique, sizeof(item_column), by_bytes);
+  for (i = 0, all = 0; i < unique; ++i) {
+    if (all > 0 && by_bytes(&items[all - 1], &items[i]) == 0) {
+      items[all - 1].integer &= items[i].integer;
+    } else {
+      items[all++] = items[i];
+    }
+  }
+  *columns = items;
+  return all;
+}
+
+/* One row of the table: a file and one of its solutions (`kind` -1 for a
+ * file without solutions). */
+static void summary_row(mxArray* out, size_t row, const char* path, const strix_solution* s,
+                        int kind, const item_column* items, const int* field_of, size_t nitems) {
+  size_t i, n;
+  int c;
+  /* A file name as the locale reads it, as it was given. */
+  mxSetField(out, row, "file", mxCreateString(path));
+  if (kind >= 0) {
+    const char* status;
+    mxSetField(out, row, "kind", mxCreateString(strix_kind_name((strix_kind)kind)));
+    status = strix_prosta(s, (strix_kind)kind, &n);
+    mxSetField(out, row, "prosta", text(status, n));
+    status = strix_solsta(s, (strix_kind)kind, &n);
+    mxSetField(out, row, "solsta", text(status, n));
+    mxSetField(out, row, "pobj", scalar(strix_pobj(s, (strix_kind)kind)));
+    mxSetField(out, row, "dobj", scalar(strix_dobj(s, (strix_kind)kind)));
+  }
+  for (c = 0; c < 5; ++c) {
+    mxSetField(out, row, kCounts[c], scalar((double)strix_solution_count(s, (strix_count)c)));
+  }
+  for (i = 0; i < nitems; ++i) {
+    int64_t integer = 0;
+    double real = 0;
+    const int got = item_value(s, items[i].name, items[i].length, &integer, &real);
+    mxArray* value = NULL;
+    if (field_of[i] < 0 || got == 0) continue;
+    if (items[i].integer) {
+      value = mxCreateNumericMatrix(1, 1, mxINT64_CLASS, mxREAL);
+      *(int64_t*)mxGetData(value) = integer;
+    } else {
+      value = scalar(got == 1 ? (double)integer : real);
+    }
+    mxSetFieldByNumber(out, row, field_of[i], value);
+  }
+}
+
 static void summary(int nlhs, mxArray* plhs[], int nrhs, const mxArray* prhs[]) {
   static const char* fields[] = {"file",   "kind",   "prosta",  "solsta",    "pobj",  "dobj",
                                  "numvar", "numcon", "numcone", "numbarvar", "numacc"};
   const strix_read_options options = {STRIX_ALL_KINDS, 0, 0};
   strix_error* error;
   item_column* items;
-  size_t count, f, i, rows = 0, row = 0, nitems = 0, unique = 0;
+  size_t count, f, i, rows = 0, row = 0, nitems;
   char** paths;
   mxArray* out;
   int* field_of;
@@ -472,32 +546,8 @@ static void summary(int nlhs, mxArray* plhs[], int nrhs, const mxArray* prhs[]) 
       raise_error(strix_files_error(held_files, f), NULL);
     for (k = 0; k < STRIX_KIND_COUNT; ++k) kinds += strix_has_solution(s, (strix_kind)k);
     rows += kinds > 0 ? (size_t)kinds : 1;
-    for (k = 0; k < 3; ++k) nitems += strix_info_count(s, (strix_info)k);
   }
-  /* The union of the items, sorted by name: each is an integer column if
-   * every file that has it has an integer. */
-  items = (item_column*)mxCalloc(nitems + 1, sizeof(item_column));
-  for (f = 0; f < count; ++f) {
-    const strix_solution* s = strix_files_solution(held_files, f);
-    int k;
-    for (k = 0; k < 3; ++k) {
-      for (i = 0; i < strix_info_count(s, (strix_info)k); ++i) {
-        item_column* c = &items[unique++];
-        int64_t integer;
-        double real;
-        c->name = strix_info_name(s, (strix_info)k, i, &c->length);
-        c->integer = item_value(s, c->name, c->length, &integer, &real) == 1;
-      }
-    }
-  }
-  qsort(items, unique, sizeof(item_column), by_bytes);
-  for (i = 0, nitems = 0; i < unique; ++i) {
-    if (nitems > 0 && by_bytes(&items[nitems - 1], &items[i]) == 0) {
-      items[nitems - 1].integer &= items[i].integer;
-    } else {
-      items[nitems++] = items[i];
-    }
-  }
+  nitems = summary_items(count, &items);
   out = mxCreateStructMatrix(rows, 1, 11, fields);
   field_of = (int*)mxCalloc(nitems + 1, sizeof(int));
   for (i = 0; i < nitems; ++i) {
@@ -508,45 +558,13 @@ static void summary(int nlhs, mxArray* plhs[], int nrhs, const mxArray* prhs[]) 
   }
   for (f = 0; f < count; ++f) {
     const strix_solution* s = strix_files_solution(held_files, f);
-    int k, first = 1;
+    int k, kinds = 0;
     for (k = 0; k < STRIX_KIND_COUNT; ++k) {
-      const strix_kind kind = (strix_kind)k;
-      const int has = strix_has_solution(s, kind);
-      int c;
-      size_t n;
-      const char* status;
-      if (!has && !(first && k == STRIX_KIND_COUNT - 1)) continue;
-      first = 0;
-      /* A file name as the locale reads it, as it was given. */
-      mxSetField(out, row, "file", mxCreateString(paths[f]));
-      if (has) {
-        mxSetField(out, row, "kind", mxCreateString(strix_kind_name(kind)));
-        status = strix_prosta(s, kind, &n);
-        mxSetField(out, row, "prosta", text(status, n));
-        status = strix_solsta(s, kind, &n);
-        mxSetField(out, row, "solsta", text(status, n));
-        mxSetField(out, row, "pobj", scalar(strix_pobj(s, kind)));
-        mxSetField(out, row, "dobj", scalar(strix_dobj(s, kind)));
-      }
-      for (c = 0; c < 5; ++c) {
-        mxSetField(out, row, kCounts[c], scalar((double)strix_solution_count(s, (strix_count)c)));
-      }
-      for (i = 0; i < nitems; ++i) {
-        int64_t integer = 0;
-        double real = 0;
-        const int got = item_value(s, items[i].name, items[i].length, &integer, &real);
-        mxArray* value = NULL;
-        if (field_of[i] < 0 || got == 0) continue;
-        if (items[i].integer) {
-          value = mxCreateNumericMatrix(1, 1, mxINT64_CLASS, mxREAL);
-          *(int64_t*)mxGetData(value) = integer;
-        } else {
-          value = scalar(got == 1 ? (double)integer : real);
-        }
-        mxSetFieldByNumber(out, row, field_of[i], value);
-      }
-      ++row;
+      if (!strix_has_solution(s, (strix_kind)k)) continue;
+      summary_row(out, row++, paths[f], s, k, items, field_of, nitems);
+      ++kinds;
     }
+    if (kinds == 0) summary_row(out, row++, paths[f], s, -1, items, field_of, nitems);
   }
   release_held();
   plhs[0] = out;
