@@ -3,13 +3,16 @@
 // designed ends, not findings. Reads that keep only part of the file, on a
 // source that skips by seeking and on one that reads and drops, must end as
 // the full read does and keep the same values.
-#include <cstdint>    // std::uint8_t
-#include <cstdlib>    // std::abort
-#include <cstring>    // std::memcmp
-#include <exception>  // std::exception_ptr
-#include <ostream>    // std::ostream
-#include <string>     // std::string
-#include <typeinfo>   // typeid
+#include <cstdint>      // std::uint8_t
+#include <cstdlib>      // std::abort
+#include <cstring>      // std::memcmp
+#include <exception>    // std::exception_ptr
+#include <list>         // the solutions
+#include <optional>     // std::optional
+#include <ostream>      // std::ostream
+#include <string>       // std::string
+#include <string_view>  // std::string_view
+#include <typeinfo>     // typeid
 
 #include "fuzz_util.h"
 #include "strix/errors.h"
@@ -56,6 +59,14 @@ Outcome read(strix::Reader& in, const strix::ReadOptions& options) {
   }
 }
 
+// Field by field as the walk (solution.h) visits them, by their bytes.
+template <typename T>
+bool same(const T& a, const T& b) {
+  return a == b;
+}
+bool same(double a, double b) {
+  return std::memcmp(&a, &b, sizeof a) == 0;
+}
 template <typename T>
 bool same(const strix::Array<T>& a, const strix::Array<T>& b) {
   return a.size() == b.size() &&
@@ -64,42 +75,60 @@ bool same(const strix::Array<T>& a, const strix::Array<T>& b) {
 bool same(const strix::NameList& a, const strix::NameList& b) {
   return a.names == b.names;
 }
+template <typename T>
+bool same(const strix::InfoGroup<T>& a, const strix::InfoGroup<T>& b) {
+  return same(a.names, b.names) && same(a.values, b.values);
+}
 
-// What `part` kept equals the full read; what it did not keep is empty.
-bool kept_the_same(const strix::Solution& full, const strix::Solution& part) {
-  const strix::ReadOptions& o = part.kept;
-  bool ok =
-      full.version == part.version && full.numvar == part.numvar && full.numcon == part.numcon &&
-      full.numcone == part.numcone && full.numbarvar == part.numbarvar &&
-      full.numacc == part.numacc && same(full.barvar_pattern, part.barvar_pattern) &&
-      same(full.acc_pattern, part.acc_pattern) && same(full.info_i32.names, part.info_i32.names) &&
-      same(full.info_i32.values, part.info_i32.values) &&
-      same(full.info_i64.values, part.info_i64.values) &&
-      same(full.info_f64.names, part.info_f64.names) &&
-      same(full.info_f64.values, part.info_f64.values);
-  for (const strix::NameList strix::Solution::*names :
-       {&strix::Solution::var_names, &strix::Solution::barvar_names, &strix::Solution::con_names,
-        &strix::Solution::cone_names, &strix::Solution::acc_names}) {
-    ok = ok && (o.names ? same(full.*names, part.*names) : (part.*names).names.empty());
+// What the part read `o` kept of a field equals the full read's; what it
+// did not keep is empty. Only vectors and name lists can be left out.
+class KeptTheSame {
+ public:
+  explicit KeptTheSame(const strix::ReadOptions& o) : o_(o) {}
+
+  template <typename T>
+  bool operator()(std::string_view, const T& full, const T& part) const {
+    return same(full, part);
   }
-  auto p = part.solutions.begin();
-  for (const strix::SolutionItem& f : full.solutions) {
-    if (!o.keeps(*strix::solution_kind_named(f.kind))) continue;
-    if (p == part.solutions.end()) return false;
-    const strix::SolutionItem& k = *p;
-    ok = ok && p->kind == f.kind && p->prosta == f.prosta && p->solsta == f.solsta &&
-         std::memcmp(&p->pobj, &f.pobj, sizeof f.pobj) == 0 &&
-         std::memcmp(&p->dobj, &f.dobj, sizeof f.dobj) == 0;
-    for (const strix::VectorInfo& v : strix::kVectors) {
-      const bool keep = o.keeps(v.id);
-      if (v.keys != nullptr) ok = ok && (keep ? same(f.*v.keys, k.*v.keys) : (k.*v.keys).empty());
-      if (v.values != nullptr) {
-        ok = ok && (keep ? same(f.*v.values, k.*v.values) : (k.*v.values).empty());
-      }
+  template <typename T>
+  bool operator()(std::string_view name, const strix::Array<T>& full,
+                  const strix::Array<T>& part) const {
+    const std::optional<strix::Vector> v = strix::vector_named(name);
+    return v && !o_.keeps(*v) ? part.empty() : same(full, part);
+  }
+  bool operator()(std::string_view, const strix::NameList& full,
+                  const strix::NameList& part) const {
+    return o_.names ? same(full, part) : part.names.empty();
+  }
+  bool operator()(std::string_view, const strix::ReadOptions&, const strix::ReadOptions&) const {
+    return true;  // how each was read, not what it holds
+  }
+  bool operator()(std::string_view, const std::list<strix::SolutionItem>& full,
+                  const std::list<strix::SolutionItem>& part) const {
+    auto p = part.begin();
+    for (const strix::SolutionItem& f : full) {
+      if (!o_.keeps(*strix::solution_kind_named(f.kind))) continue;
+      if (p == part.end()) return false;
+      bool ok = true;
+      strix::walk_item_fields([&](std::string_view name, auto field) {
+        ok = ok && (*this)(name, f.*field, (*p).*field);
+      });
+      if (!ok) return false;
+      ++p;
     }
-    ++p;
+    return p == part.end();
   }
-  return ok && p == part.solutions.end();
+
+ private:
+  const strix::ReadOptions& o_;
+};
+
+bool kept_the_same(const strix::Solution& full, const strix::Solution& part) {
+  const KeptTheSame kept(part.kept);
+  bool ok = true;
+  strix::walk_solution_fields(
+      [&](std::string_view name, auto field) { ok = ok && kept(name, full.*field, part.*field); });
+  return ok;
 }
 
 // Selections drawn from the input's own bytes, so that each input tries
@@ -108,8 +137,8 @@ strix::ReadOptions selection(const std::uint8_t* data, std::size_t size, unsigne
   std::uint64_t h = 1469598103934665603u + salt;
   for (std::size_t i = 0; i < size; ++i) h = (h ^ data[i]) * 1099511628211u;
   strix::ReadOptions o;
-  o.kinds = h & 7;
-  o.vectors = (h >> 3) & ((1u << strix::kVectorCount) - 1);
+  o.kinds = h & ((1u << strix::kSolutionKindCount) - 1);
+  o.vectors = (h >> strix::kSolutionKindCount) & ((1u << strix::kVectorCount) - 1);
   o.names = (h >> 20) & 1;
   return o;
 }

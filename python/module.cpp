@@ -9,11 +9,13 @@
 #include <cstdint>      // fixed-width integers
 #include <cstring>      // std::memcpy, std::memcmp
 #include <filesystem>   // std::filesystem::path
+#include <list>         // the solutions
 #include <memory>       // std::shared_ptr
 #include <optional>     // std::optional
 #include <stdexcept>    // std::invalid_argument
 #include <string>       // std::string
 #include <string_view>  // std::string_view
+#include <type_traits>  // std::is_arithmetic_v
 #include <utility>      // std::pair
 #include <vector>       // std::vector
 
@@ -21,10 +23,9 @@
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
-#include "strix/blocks.h"  // block_bounds
 #include "strix/convert.h"
 #include "strix/errors.h"
-#include "strix/report.h"  // default_name, the tables
+#include "strix/layout.h"  // default_name, the tables, block_bounds
 #include "strix/solution.h"
 #include "strix/status.h"
 #include "strix/streams.h"
@@ -122,8 +123,9 @@ bool set_strix_error(const std::exception_ptr& failure) {
   return true;
 }
 
-// One solution of a file, seen from Python: the item and its file's solution.
-struct Item {
+// One solution of a file, seen from Python (strix.SolutionItem): the item
+// and its file's solution, which the item's views keep alive.
+struct ItemView {
   Shared owner;
   const SolutionItem* item;
 };
@@ -157,9 +159,10 @@ py::array name_column(const strix::NameList& list, std::int32_t rows, std::strin
   return column;
 }
 
-// The name of each status key byte (status_key_name) as a str, and "unk"
-// for a row past the keys the file has: made at import and kept for the
-// interpreter's life, so that a column only takes references to them.
+// The name of each status key byte (status_key_name) as a str, and the
+// unknown key's name for a row past the keys the file has: made at import
+// and kept for the interpreter's life, so that a column only takes
+// references to them.
 std::array<PyObject*, 256> key_names{};
 PyObject* missing_key_name = nullptr;
 
@@ -168,10 +171,10 @@ void make_key_names() {
     key_names[key] =
         py::str(strix::status_key_name(static_cast<std::uint8_t>(key))).release().ptr();
   }
-  missing_key_name = py::str("unk").release().ptr();
+  missing_key_name = py::str(strix::kUnknownKeyName).release().ptr();
 }
 
-// The status key name of each row, "unk" past the keys the file has.
+// The status key name of each row, unknown past the keys the file has.
 py::array status_column(const strix::Array<std::uint8_t>& keys, std::int32_t rows) {
   py::array column = object_column(rows);
   auto** cells = static_cast<PyObject**>(column.mutable_data());
@@ -186,7 +189,7 @@ py::array status_column(const strix::Array<std::uint8_t>& keys, std::int32_t row
 // A DataFrame of the variables or the constraints, as the text report lists
 // them: name, status, then each value vector the solution has. pandas is
 // imported here, so that only tables need it.
-py::object table(const Item& i, bool variables) {
+py::object table(const ItemView& i, bool variables) {
   py::module_ pandas;
   try {
     pandas = py::module_::import("pandas");
@@ -233,15 +236,30 @@ py::list blocks(const Shared& owner, const strix::Array<double>& values,
 
 // ------------------------------------------------------- equality, repr
 
+// Two solutions are equal when every field the walk visits is (solution.h),
+// compared by its bytes: NaN equals NaN, 0.0 differs from -0.0.
+template <typename T>
+requires std::is_integral_v<T>
+bool same(T a, T b) {
+  return a == b;
+}
+
+bool same(double a, double b) {
+  return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+bool same(const std::string& a, const std::string& b) {
+  return a == b;
+}
+
+bool same(const std::array<std::int32_t, 3>& a, const std::array<std::int32_t, 3>& b) {
+  return a == b;
+}
+
 template <typename T>
 bool same(const strix::Array<T>& a, const strix::Array<T>& b) {
   return a.size() == b.size() &&
          (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(T)) == 0);
-}
-
-// Objectives compare by their bits, as the arrays do: NaN equals NaN.
-bool same(double a, double b) {
-  return std::memcmp(&a, &b, sizeof a) == 0;
 }
 
 bool same(const strix::NameList& a, const strix::NameList& b) {
@@ -253,35 +271,29 @@ bool same(const strix::InfoGroup<T>& a, const strix::InfoGroup<T>& b) {
   return same(a.names, b.names) && same(a.values, b.values);
 }
 
-// Calls f(array) for every vector of an item, in the table's order.
-template <typename Item, typename F>
-void each_vector(Item& item, F f) {
-  for (const strix::VectorInfo& v : strix::kVectors) {
-    if (v.keys != nullptr) f(item.*v.keys);
-    if (v.values != nullptr) f(item.*v.values);
-  }
+// What a read kept says how the solution was read, not what it holds: a
+// part read that happens to hold all there is equals the full read.
+bool same(const strix::ReadOptions&, const strix::ReadOptions&) {
+  return true;
 }
 
 bool same(const SolutionItem& a, const SolutionItem& b) {
-  bool equal = a.kind == b.kind && a.prosta == b.prosta && a.solsta == b.solsta &&
-               same(a.pobj, b.pobj) && same(a.dobj, b.dobj);
-  for (const strix::VectorInfo& v : strix::kVectors) {
-    if (v.keys != nullptr) equal = equal && same(a.*v.keys, b.*v.keys);
-    if (v.values != nullptr) equal = equal && same(a.*v.values, b.*v.values);
-  }
+  bool equal = true;
+  strix::walk_item_fields(
+      [&](std::string_view, auto field) { equal = equal && same(a.*field, b.*field); });
   return equal;
 }
 
-bool same(const Solution& a, const Solution& b) {
-  return a.version == b.version && a.numvar == b.numvar && a.numcon == b.numcon &&
-         a.numcone == b.numcone && a.numbarvar == b.numbarvar && a.numacc == b.numacc &&
-         same(a.barvar_pattern, b.barvar_pattern) && same(a.acc_pattern, b.acc_pattern) &&
-         same(a.var_names, b.var_names) && same(a.barvar_names, b.barvar_names) &&
-         same(a.con_names, b.con_names) && same(a.cone_names, b.cone_names) &&
-         same(a.acc_names, b.acc_names) && same(a.info_i32, b.info_i32) &&
-         same(a.info_i64, b.info_i64) && same(a.info_f64, b.info_f64) &&
-         std::equal(a.solutions.begin(), a.solutions.end(), b.solutions.begin(), b.solutions.end(),
+bool same(const std::list<SolutionItem>& a, const std::list<SolutionItem>& b) {
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
                     [](const SolutionItem& x, const SolutionItem& y) { return same(x, y); });
+}
+
+bool same(const Solution& a, const Solution& b) {
+  bool equal = true;
+  strix::walk_solution_fields(
+      [&](std::string_view, auto field) { equal = equal && same(a.*field, b.*field); });
+  return equal;
 }
 
 // "interior: prosta='...' solsta='...' pobj=... dobj=...": statuses as
@@ -303,11 +315,25 @@ py::str repr(const Solution& s) {
 
 // ---------------------------------------------------------------- pickling
 
-// The pickled form holds every array as one buffer (out of band under
-// protocol 5, when the pickler takes buffers apart) and the names of a kind
-// as their bytes back to back with their lengths in the narrowest unsigned
-// type that holds them, so that a pickle is about the size of the arrays and
-// names it carries.
+// The pickled form is a dict of the fields the walk visits, by their names
+// (a solution's "solutions" a list of such dicts, one per item): every
+// array as one buffer (out of band under protocol 5, when the pickler takes
+// buffers apart) and the names of a kind as their bytes back to back with
+// their lengths in the narrowest unsigned type that holds them, so that a
+// pickle is about the size of the arrays and names it carries.
+template <typename T>
+requires std::is_arithmetic_v<T> py::object pickled(const Shared&, T value, int) {
+  return py::cast(value);
+}
+
+py::object pickled(const Shared&, const std::string& bytes, int) {
+  return py::bytes(bytes);
+}
+
+py::object pickled(const Shared&, const std::array<std::int32_t, 3>& v, int) {
+  return py::make_tuple(v[0], v[1], v[2]);
+}
+
 template <typename T>
 py::object pickled(const Shared& owner, const strix::Array<T>& values, int protocol) {
   const py::array array = view(owner, values);
@@ -315,7 +341,7 @@ py::object pickled(const Shared& owner, const strix::Array<T>& values, int proto
   return array.attr("tobytes")();
 }
 
-py::tuple pickled(const strix::NameList& list) {
+py::object pickled(const Shared&, const strix::NameList& list, int) {
   std::size_t total = 0;
   std::size_t longest = 0;
   for (const std::string_view name : list.names) {
@@ -334,6 +360,40 @@ py::tuple pickled(const strix::NameList& list) {
   return py::make_tuple(py::bytes(bytes), width, py::bytes(lengths));
 }
 
+template <typename T>
+py::object pickled(const Shared& owner, const strix::InfoGroup<T>& group, int protocol) {
+  return py::make_tuple(pickled(owner, group.names, protocol),
+                        pickled(owner, group.values, protocol));
+}
+
+py::object pickled(const Shared&, const strix::ReadOptions& kept, int) {
+  return py::make_tuple(kept.kinds.to_ulong(), kept.vectors.to_ulong(), kept.names);
+}
+
+py::object pickled(const Shared& owner, const std::list<SolutionItem>& items, int protocol) {
+  py::list out;
+  for (const SolutionItem& item : items) {
+    py::dict fields;
+    strix::walk_item_fields([&](std::string_view name, auto field) {
+      fields[py::str(name.data(), name.size())] = pickled(owner, item.*field, protocol);
+    });
+    out.append(fields);
+  }
+  return out;
+}
+
+py::dict pickled(const Shared& s, int protocol) {
+  py::dict fields;
+  strix::walk_solution_fields([&](std::string_view name, auto field) {
+    fields[py::str(name.data(), name.size())] = pickled(s, (*s).*field, protocol);
+  });
+  return fields;
+}
+
+[[noreturn]] void not_pickled() {
+  throw py::value_error("not a pickled strix.Solution");
+}
+
 // The bytes of any contiguous buffer (bytes, a PickleBuffer, a memoryview).
 std::string_view bytes_of(const py::handle& object, Py_buffer& buffer) {
   if (PyObject_GetBuffer(object.ptr(), &buffer, PyBUF_SIMPLE) != 0) throw py::error_already_set();
@@ -341,11 +401,27 @@ std::string_view bytes_of(const py::handle& object, Py_buffer& buffer) {
 }
 
 template <typename T>
+requires std::is_arithmetic_v<T>
+void unpickle(T& value, const py::handle& object) {
+  value = object.cast<T>();
+}
+
+void unpickle(std::string& bytes, const py::handle& object) {
+  bytes = object.cast<std::string>();
+}
+
+void unpickle(std::array<std::int32_t, 3>& v, const py::handle& object) {
+  const auto parts = object.cast<py::tuple>();
+  if (parts.size() != v.size()) not_pickled();
+  for (std::size_t i = 0; i < v.size(); ++i) v[i] = parts[i].cast<std::int32_t>();
+}
+
+template <typename T>
 void unpickle(strix::Array<T>& values, const py::handle& object) {
   Py_buffer buffer;
   const std::string_view bytes = bytes_of(object, buffer);
   const std::unique_ptr<Py_buffer, void (*)(Py_buffer*)> held(&buffer, PyBuffer_Release);
-  if (bytes.size() % sizeof(T) != 0) throw py::value_error("not a pickled strix.Solution");
+  if (bytes.size() % sizeof(T) != 0) not_pickled();
   values.resize(bytes.size() / sizeof(T));
   if (!bytes.empty()) std::memcpy(values.data(), bytes.data(), bytes.size());
 }
@@ -354,84 +430,55 @@ void unpickle(strix::NameList& list, const py::handle& object) {
   const auto [bytes, width, lengths] = object.cast<std::tuple<py::bytes, std::size_t, py::bytes>>();
   unpickle(list.buffer, bytes);
   const auto packed = lengths.cast<std::string_view>();
-  if (width == 0 || width > 4 || packed.size() % width != 0) {
-    throw py::value_error("not a pickled strix.Solution");
-  }
+  if (width == 0 || width > 4 || packed.size() % width != 0) not_pickled();
   std::size_t start = 0;
   for (std::size_t i = 0; i < packed.size(); i += width) {
     std::uint32_t length = 0;
     std::memcpy(&length, &packed[i], width);
-    if (length > list.buffer.size() - start) throw py::value_error("not a pickled strix.Solution");
+    if (length > list.buffer.size() - start) not_pickled();
     list.names.emplace_back(list.buffer.data() + start, length);
     start += length;
   }
 }
 
-py::tuple pickled(const Shared& s, int protocol) {
-  py::list items;
-  for (const SolutionItem& item : s->solutions) {
-    py::list arrays;
-    each_vector(item, [&](const auto& values) { arrays.append(pickled(s, values, protocol)); });
-    items.append(py::make_tuple(py::bytes(item.kind), py::bytes(item.prosta),
-                                py::bytes(item.solsta), item.pobj, item.dobj, arrays));
-  }
-  py::list names;
-  for (const strix::NameList* list :
-       {&s->var_names, &s->barvar_names, &s->con_names, &s->cone_names, &s->acc_names}) {
-    names.append(pickled(*list));
-  }
-  return py::make_tuple(
-      py::make_tuple(s->version[0], s->version[1], s->version[2], s->numvar, s->numcon, s->numcone,
-                     s->numbarvar, s->numacc),
-      pickled(s, s->barvar_pattern, protocol), pickled(s, s->acc_pattern, protocol), names,
-      py::make_tuple(pickled(s->info_i32.names), pickled(s, s->info_i32.values, protocol),
-                     pickled(s->info_i64.names), pickled(s, s->info_i64.values, protocol),
-                     pickled(s->info_f64.names), pickled(s, s->info_f64.values, protocol)),
-      items, py::make_tuple(s->kept.kinds.to_ulong(), s->kept.vectors.to_ulong(), s->kept.names));
+template <typename T>
+void unpickle(strix::InfoGroup<T>& group, const py::handle& object) {
+  const auto [names, values] = object.cast<std::pair<py::object, py::object>>();
+  unpickle(group.names, names);
+  unpickle(group.values, values);
 }
 
-std::shared_ptr<Solution> from_state(const py::tuple& state) {
+void unpickle(strix::ReadOptions& kept, const py::handle& object) {
+  const auto [kinds, vectors, names] =
+      object.cast<std::tuple<unsigned long, unsigned long, bool>>();
+  kept.kinds = kinds;
+  kept.vectors = vectors;
+  kept.names = names;
+}
+
+// The field of that name in a pickled dict.
+py::object pickled_field(const py::handle& state, std::string_view name) {
+  if (!py::isinstance<py::dict>(state)) not_pickled();
+  const py::dict fields = py::reinterpret_borrow<py::dict>(state);
+  const py::str key(name.data(), name.size());
+  if (!fields.contains(key)) not_pickled();
+  return fields[key];
+}
+
+void unpickle(std::list<SolutionItem>& items, const py::handle& object) {
+  for (const py::handle entry : object.cast<py::list>()) {
+    SolutionItem& item = items.emplace_back();
+    strix::walk_item_fields([&](std::string_view name, auto field) {
+      unpickle(item.*field, pickled_field(entry, name));
+    });
+  }
+}
+
+std::shared_ptr<Solution> from_state(const py::object& state) {
   auto s = std::make_shared<Solution>();
-  const auto counts = state[0].cast<py::tuple>();
-  for (std::size_t i = 0; i < 3; ++i) s->version[i] = counts[i].cast<std::int32_t>();
-  s->numvar = counts[3].cast<std::int32_t>();
-  s->numcon = counts[4].cast<std::int32_t>();
-  s->numcone = counts[5].cast<std::int32_t>();
-  s->numbarvar = counts[6].cast<std::int32_t>();
-  s->numacc = counts[7].cast<std::int64_t>();
-  unpickle(s->barvar_pattern, state[1]);
-  unpickle(s->acc_pattern, state[2]);
-  const auto names = state[3].cast<py::list>();
-  std::size_t k = 0;
-  for (strix::NameList* list :
-       {&s->var_names, &s->barvar_names, &s->con_names, &s->cone_names, &s->acc_names}) {
-    unpickle(*list, names[k++]);
-  }
-  const auto info = state[4].cast<py::tuple>();
-  unpickle(s->info_i32.names, info[0]);
-  unpickle(s->info_i32.values, info[1]);
-  unpickle(s->info_i64.names, info[2]);
-  unpickle(s->info_i64.values, info[3]);
-  unpickle(s->info_f64.names, info[4]);
-  unpickle(s->info_f64.values, info[5]);
-  if (state.size() > 6) {  // what the read kept; a full read's pickle may lack it
-    const auto kept = state[6].cast<py::tuple>();
-    s->kept.kinds = kept[0].cast<unsigned long>();
-    s->kept.vectors = kept[1].cast<unsigned long>();
-    s->kept.names = kept[2].cast<bool>();
-  }
-  for (const py::handle entry : state[5].cast<py::list>()) {
-    const auto fields = entry.cast<py::tuple>();
-    SolutionItem& item = s->solutions.emplace_back();
-    item.kind = fields[0].cast<std::string>();
-    item.prosta = fields[1].cast<std::string>();
-    item.solsta = fields[2].cast<std::string>();
-    item.pobj = fields[3].cast<double>();
-    item.dobj = fields[4].cast<double>();
-    const auto arrays = fields[5].cast<py::list>();
-    std::size_t a = 0;
-    each_vector(item, [&](auto& values) { unpickle(values, arrays[a++]); });
-  }
+  strix::walk_solution_fields([&](std::string_view name, auto field) {
+    unpickle((*s).*field, pickled_field(state, name));
+  });
   return s;
 }
 
@@ -441,6 +488,11 @@ std::shared_ptr<Solution> from_state(const py::tuple& state) {
 // bytes that are kept.
 class PythonFileReader : public strix::Reader {
  public:
+  // What one call of read() asks for at most: Python returns a new bytes
+  // object of that size, which is copied once more into the array, so a
+  // long array is read in pieces of this size rather than held twice.
+  static constexpr std::uint64_t kReadPiece = std::uint64_t{1} << 24;
+
   explicit PythonFileReader(py::object file) : file_(std::move(file)) {
     seekable_ = py::hasattr(file_, "seekable") && file_.attr("seekable")().cast<bool>();
   }
@@ -463,7 +515,7 @@ class PythonFileReader : public strix::Reader {
     auto* out = static_cast<char*>(dst);
     std::uint64_t count = 0;
     while (count < n) {
-      const std::uint64_t want = std::min<std::uint64_t>(n - count, std::uint64_t{1} << 24);
+      const std::uint64_t want = std::min<std::uint64_t>(n - count, kReadPiece);
       const py::object got = file_.attr("read")(want);
       if (!py::isinstance<py::bytes>(got)) throw py::type_error("strix.read needs a binary file");
       const std::string_view bytes = got.cast<std::string_view>();
@@ -501,22 +553,30 @@ Bits selected(const py::object& names, std::optional<Id> (*named)(std::string_vi
 strix::ReadOptions read_options(const py::object& solutions, const py::object& vectors,
                                 bool names) {
   strix::ReadOptions options;
-  options.kinds = selected<strix::SolutionKind, std::bitset<3>>(
+  options.kinds = selected<strix::SolutionKind, decltype(options.kinds)>(
       solutions, strix::solution_kind_named, "solution kind");
-  options.vectors = selected<strix::Vector, std::bitset<strix::kVectorCount>>(
-      vectors, strix::vector_named, "vector");
+  options.vectors =
+      selected<strix::Vector, decltype(options.vectors)>(vectors, strix::vector_named, "vector");
   options.names = names;
   return options;
 }
 
-std::string path_bytes(const py::object& path) {
-  return py::module_::import("os").attr("fsencode")(path).cast<std::string>();
+// A path as Python gives it to the system: os.fsencode's bytes where names
+// are bytes, the str itself where they are UTF-16 (Windows). What is no path
+// raises TypeError, a NUL in it ValueError, as open() does.
+std::filesystem::path to_path(const py::handle& path) {
+  using Native = std::filesystem::path::string_type;
+  const py::module_ os = py::module_::import("os");
+  const char* convert = std::is_same_v<Native::value_type, char> ? "fsencode" : "fsdecode";
+  const auto name = os.attr(convert)(path).cast<Native>();
+  if (name.find(Native::value_type{}) != Native::npos) throw py::value_error("embedded null byte");
+  return name;
 }
 
 Shared read(py::object source, const strix::ReadOptions& options) {
   const py::module_ os = py::module_::import("os");
   if (py::isinstance<py::str>(source) || py::isinstance(source, os.attr("PathLike"))) {
-    const std::string name = path_bytes(source);
+    const std::filesystem::path name = to_path(source);
     py::gil_scoped_release released;
     return strix::read_solution_named(name, options);
   }
@@ -566,8 +626,7 @@ py::object exception_object(const std::exception_ptr& failure) {
 py::list read_many(const py::iterable& sources, const strix::ReadOptions& options, unsigned threads,
                    bool raise) {
   std::vector<std::filesystem::path> paths;
-  for (const py::handle source : sources)
-    paths.emplace_back(path_bytes(py::reinterpret_borrow<py::object>(source)));
+  for (const py::handle source : sources) paths.push_back(to_path(source));
   std::vector<strix::FileRead> reads;
   {
     py::gil_scoped_release released;
@@ -587,9 +646,7 @@ py::list read_many(const py::iterable& sources, const strix::ReadOptions& option
 
 void convert(py::object infile, py::object outfile, int threads) {
   if (threads < 0) throw py::value_error("threads must be 0 (the machine's count) or more");
-  const py::module_ os = py::module_::import("os");
-  const std::string in = os.attr("fsencode")(infile).cast<std::string>();
-  const std::string out = os.attr("fsencode")(outfile).cast<std::string>();
+  const std::filesystem::path in = to_path(infile), out = to_path(outfile);
   const strix::Outcome outcome = [&] {
     py::gil_scoped_release released;
     return strix::convert(in, out, {.threads = static_cast<unsigned>(threads)});
@@ -597,11 +654,11 @@ void convert(py::object infile, py::object outfile, int threads) {
   if (outcome.status != 0) throw std::invalid_argument(outcome.message);
 }
 
-}  // namespace
+// ------------------------------------------------------------------ module
 
-PYBIND11_MODULE(_strix, m) {
-  m.doc() = "Native part of the strix module; see strix.__doc__.";
-
+// strix.Error and its subclasses, and the translation of the library's
+// exceptions into them.
+void add_errors(py::module_& m) {
   static py::exception<ErrorTag> error(m, "Error");
   const py::object base = m.attr("Error");
   static py::exception<strix::FormatError> format_error(m, "FormatError", base);
@@ -613,12 +670,12 @@ PYBIND11_MODULE(_strix, m) {
   py::register_exception_translator([](std::exception_ptr p) {
     if (!set_strix_error(p)) std::rethrow_exception(p);
   });
+}
 
-  m.attr("__version__") = STRIX_VERSION;
-  make_key_names();
-  // For strix.dask, which checks on the client what the workers will read:
-  // the solution kinds, and each table's vectors, its status keys first.
-  py::tuple kinds(strix::kSolutionKindNames.size());
+// For strix.dask, which checks on the client what the workers will read:
+// the solution kinds, and each table's vectors, its status keys first.
+void add_tables(py::module_& m) {
+  py::tuple kinds(strix::kSolutionKindCount);
   for (std::size_t k = 0; k < kinds.size(); ++k) kinds[k] = py::str(strix::kSolutionKindNames[k]);
   m.attr("_SOLUTION_KINDS") = kinds;
   py::dict tables;
@@ -630,83 +687,108 @@ PYBIND11_MODULE(_strix, m) {
     tables[which] = py::tuple(keys);
   }
   m.attr("_TABLE_VECTORS") = tables;
+}
 
-  py::class_<Item> item(m, "SolutionItem");
-  item.def_property_readonly("kind", [](const Item& i) { return text(i.item->kind); })
-      .def_property_readonly("prosta", [](const Item& i) { return text(i.item->prosta); })
-      .def_property_readonly("solsta", [](const Item& i) { return text(i.item->solsta); })
-      .def_property_readonly("pobj", [](const Item& i) { return i.item->pobj; })
-      .def_property_readonly("dobj", [](const Item& i) { return i.item->dobj; })
-      .def(
-          "variables", [](const Item& i) { return table(i, true); },
+// A field of the model as a Python value: text as str, numbers as int or
+// float, arrays as read-only views, names as lists of str, information
+// items as dicts, the solutions as a dict by kind.
+py::object value_of(const Shared&, const std::string& bytes) {
+  return text(bytes);
+}
+
+template <typename T>
+requires std::is_arithmetic_v<T> py::object value_of(const Shared&, T value) {
+  return py::cast(value);
+}
+
+py::object value_of(const Shared&, const std::array<std::int32_t, 3>& v) {
+  return py::make_tuple(v[0], v[1], v[2]);
+}
+
+template <typename T>
+py::object value_of(const Shared& owner, const strix::Array<T>& values) {
+  return view(owner, values);
+}
+
+py::object value_of(const Shared&, const strix::NameList& list) {
+  return names(list);
+}
+
+template <typename T>
+py::object value_of(const Shared&, const strix::InfoGroup<T>& group) {
+  return info(group);
+}
+
+py::object value_of(const Shared& owner, const std::list<SolutionItem>& items) {
+  py::dict out;
+  for (const SolutionItem& item : items) out[text(item.kind)] = ItemView{owner, &item};
+  return out;
+}
+
+// The type of the field a member pointer points to.
+template <typename Member>
+struct FieldOf;
+template <typename Owner, typename Field>
+struct FieldOf<Field Owner::*> {
+  using type = Field;
+};
+
+// A read-only property for every field the walk visits but what the read
+// kept. The walk's names are literals: terminated, never freed.
+template <typename Class, typename Walk>
+void add_properties(Class& cls, Walk walk) {
+  walk([&](std::string_view name, auto field) {
+    using Field = typename FieldOf<decltype(field)>::type;
+    if constexpr (!std::is_same_v<Field, strix::ReadOptions>) {
+      if constexpr (std::is_same_v<typename Class::type, ItemView>) {
+        cls.def_property_readonly(name.data(), [field](const ItemView& i) {
+          return value_of(i.owner, (*i.item).*field);
+        });
+      } else {
+        cls.def_property_readonly(name.data(), [field](const std::shared_ptr<Solution>& s) {
+          return value_of(s, (*s).*field);
+        });
+      }
+    }
+  });
+}
+
+void add_item(py::module_& m) {
+  py::class_<ItemView> item(m, "SolutionItem");
+  add_properties(item, [](auto visit) { strix::walk_item_fields(visit); });
+  item.def(
+          "variables", [](const ItemView& i) { return table(i, true); },
           "A pandas DataFrame of the variables, one row each in file order: name, status, then "
           "xx, slx, sux, snx where the solution has them.")
       .def(
-          "constraints", [](const Item& i) { return table(i, false); },
+          "constraints", [](const ItemView& i) { return table(i, false); },
           "A pandas DataFrame of the constraints: name, status, then xc, slc, suc, y where the "
           "solution has them.")
       .def(
           "barx_blocks",
-          [](const Item& i) { return blocks(i.owner, i.item->barx, i.owner->barvar_pattern); },
+          [](const ItemView& i) { return blocks(i.owner, i.item->barx, i.owner->barvar_pattern); },
           "barx cut into one view per bar variable pattern entry.")
       .def(
           "bars_blocks",
-          [](const Item& i) { return blocks(i.owner, i.item->bars, i.owner->barvar_pattern); },
+          [](const ItemView& i) { return blocks(i.owner, i.item->bars, i.owner->barvar_pattern); },
           "bars cut into one view per bar variable pattern entry.")
       .def(
           "doty_blocks",
-          [](const Item& i) { return blocks(i.owner, i.item->doty, i.owner->acc_pattern); },
+          [](const ItemView& i) { return blocks(i.owner, i.item->doty, i.owner->acc_pattern); },
           "doty cut into one view per ACC pattern entry.")
       .def(
-          "__eq__", [](const Item& a, const Item& b) { return same(*a.item, *b.item); },
+          "__eq__", [](const ItemView& a, const ItemView& b) { return same(*a.item, *b.item); },
           py::is_operator())
-      .def("__repr__", [](const Item& i) {
+      .def("__repr__", [](const ItemView& i) {
         return py::str("<strix.SolutionItem {}, numvar={} numcon={}>")
             .format(summary(*i.item), i.owner->numvar, i.owner->numcon);
       });
-  for (const strix::VectorInfo& v : strix::kVectors) {
-    const char* key = v.key.data();  // a literal: terminated, never freed
-    if (v.keys != nullptr) {
-      item.def_property_readonly(key,
-                                 [m = v.keys](const Item& i) { return view(i.owner, i.item->*m); });
-    } else {
-      item.def_property_readonly(
-          key, [m = v.values](const Item& i) { return view(i.owner, i.item->*m); });
-    }
-  }
+}
 
-  py::class_<Solution, std::shared_ptr<Solution>>(m, "Solution")
-      .def_property_readonly("version",
-                             [](const Solution& s) {
-                               return py::make_tuple(s.version[0], s.version[1], s.version[2]);
-                             })
-      .def_readonly("numvar", &Solution::numvar)
-      .def_readonly("numcon", &Solution::numcon)
-      .def_readonly("numcone", &Solution::numcone)
-      .def_readonly("numbarvar", &Solution::numbarvar)
-      .def_readonly("numacc", &Solution::numacc)
-      .def_property_readonly("solutions",
-                             [](const std::shared_ptr<Solution>& s) {
-                               py::dict out;
-                               for (const SolutionItem& item : s->solutions) {
-                                 out[text(item.kind)] = Item{s, &item};
-                               }
-                               return out;
-                             })
-      .def_property_readonly(
-          "barvar_pattern",
-          [](const std::shared_ptr<Solution>& s) { return view(s, s->barvar_pattern); })
-      .def_property_readonly(
-          "acc_pattern", [](const std::shared_ptr<Solution>& s) { return view(s, s->acc_pattern); })
-      .def_property_readonly("var_names", [](const Solution& s) { return names(s.var_names); })
-      .def_property_readonly("barvar_names",
-                             [](const Solution& s) { return names(s.barvar_names); })
-      .def_property_readonly("con_names", [](const Solution& s) { return names(s.con_names); })
-      .def_property_readonly("cone_names", [](const Solution& s) { return names(s.cone_names); })
-      .def_property_readonly("acc_names", [](const Solution& s) { return names(s.acc_names); })
-      .def_property_readonly("info_i32", [](const Solution& s) { return info(s.info_i32); })
-      .def_property_readonly("info_i64", [](const Solution& s) { return info(s.info_i64); })
-      .def_property_readonly("info_f64", [](const Solution& s) { return info(s.info_f64); })
+void add_solution(py::module_& m) {
+  py::class_<Solution, std::shared_ptr<Solution>> solution(m, "Solution");
+  add_properties(solution, [](auto visit) { strix::walk_solution_fields(visit); });
+  solution
       .def(
           "__eq__", [](const Solution& a, const Solution& b) { return same(a, b); },
           py::is_operator())
@@ -714,13 +796,15 @@ PYBIND11_MODULE(_strix, m) {
       // Pickled by __reduce_ex__, which alone learns the protocol (buffers
       // for protocol 5); __setstate__ builds the object that
       // copyreg.__newobj__ made.
-      .def(py::pickle([](const Shared& s) { return pickled(s, 4); }, &from_state))
+      .def(py::pickle([](const Shared& s) -> py::object { return pickled(s, 4); }, &from_state))
       .def("__reduce_ex__", [](const py::object& self, int protocol) {
         return py::make_tuple(py::module_::import("copyreg").attr("__newobj__"),
                               py::make_tuple(py::type::of(self)),
                               pickled(self.cast<Shared>(), protocol));
       });
+}
 
+void add_functions(py::module_& m) {
   m.def(
       "read",
       [](py::object source, py::object solutions, py::object vectors, bool names) {
@@ -756,4 +840,17 @@ PYBIND11_MODULE(_strix, m) {
       "status_key_name",
       [](std::uint8_t key) { return py::reinterpret_borrow<py::str>(key_names[key]); },
       py::arg("key"), "The name of one status key byte.");
+}
+
+}  // namespace
+
+PYBIND11_MODULE(_strix, m) {
+  m.doc() = "Native part of the strix module; see strix.__doc__.";
+  add_errors(m);
+  m.attr("__version__") = STRIX_VERSION;
+  make_key_names();
+  add_tables(m);
+  add_item(m);
+  add_solution(m);
+  add_functions(m);
 }

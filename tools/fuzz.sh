@@ -4,15 +4,21 @@
 #                                           new inputs go to a scratch copy
 #   tools/fuzz.sh keep SECONDS TARGET       fuzz and keep new inputs in a
 #                                           work folder out/fuzz-<target>
-# Targets: solution zstd_reader record. Crashes are written as
-# out/crash-<target>-*; add each as fuzz/corpus/<target>/finding-<name>.
+# A target is a file fuzz/<target>_fuzz.cpp; without targets named, all of
+# them run. Crashes are written as out/crash-<target>-*; add each as
+# fuzz/corpus/<target>/finding-<name>.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 mode=${1:-run}
 seconds=${2:-10}
 shift $(( $# > 2 ? 2 : $# ))
 targets=("$@")
-[ ${#targets[@]} -gt 0 ] || targets=(solution zstd_reader record)
+if [ ${#targets[@]} -eq 0 ]; then
+  for source in fuzz/*_fuzz.cpp; do
+    source=${source#fuzz/}
+    targets+=("${source%_fuzz.cpp}")
+  done
+fi
 
 CC=clang-14 CXX=clang++-14 cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DSTRIX_BUILD_FUZZERS=ON -DSTRIX_SANITIZE=ON -DSTRIX_BUILD_TESTS=OFF -DSTRIX_BUILD_PYTHON=OFF \

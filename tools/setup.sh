@@ -16,11 +16,16 @@ packages=(
   python3-pandas python3-dask python3-distributed python3-mypy  # its tables, recipes, stubs
   clang-14 libclang-rt-14-dev              # libFuzzer targets
   clang-format git                         # the formatting check
+  octave liboctave-dev                     # the MEX files (mkoctfile) and their test
 )
 
+# Installed for this machine's architecture (or for all): the arm64 build of
+# a library that the cross build adds does not count.
+arch=$(dpkg --print-architecture)
 missing=()
 for p in "${packages[@]}"; do
-  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'ok installed' || missing+=("$p")
+  dpkg-query -W -f='${Architecture} ${Status}\n' "$p" 2>/dev/null |
+    grep -Eq "^($arch|all) .*ok installed" || missing+=("$p")
 done
 
 if ((${#missing[@]})); then

@@ -1,13 +1,11 @@
 // Exceptions of strix. Every one derives from Error, a std::runtime_error
 // whose what() says what failed and, where the caller named a file, which
-// one. The library prints nothing: failure_lines() gives the text the strix
-// command prints for a failure, built from the fields below, and the command
-// then ends by SIGABRT.
+// one. The library prints nothing; the strix command prints its own lines
+// for a failure, built from the fields below, and then ends by SIGABRT.
 #pragma once
 
 #include <cstddef>      // std::size_t
 #include <cstdint>      // fixed-width integers
-#include <exception>    // std::exception_ptr
 #include <stdexcept>    // std::runtime_error
 #include <string>       // std::string
 #include <string_view>  // std::string_view
@@ -30,11 +28,8 @@ class Error : public std::runtime_error {
 // every message carries and the number of the check that failed.
 struct CheckNumber {
   const char* file;
-  std::int32_t line;
+  std::int32_t number;
 };
-
-// Source name carried by every malformed-input message.
-inline constexpr const char* kSourceFile = "src\\strix\\strix";
 
 // A malformed section in a solution file; `message` is the failed check
 // ("Expected section 'NLOSOLN'").
@@ -129,16 +124,5 @@ class GZipError : public Error {
   std::int32_t code;
 };
 }  // namespace gzip
-
-// What the command prints for a failure, one line each, without line ends:
-// `at_once` while the outputs are still open (a malformed section's
-// description, the mark a file was refused for), `after` once they are
-// closed ("?:?: Unknown error" for anything but the reader's own errors).
-// Either may be empty.
-struct FailureLines {
-  std::string at_once;
-  std::string after;
-};
-FailureLines failure_lines(std::exception_ptr failure);
 
 }  // namespace strix

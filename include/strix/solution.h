@@ -12,6 +12,7 @@
 #include <optional>     // std::optional
 #include <string>       // std::string
 #include <string_view>  // std::string_view
+#include <utility>      // std::index_sequence
 #include <vector>       // std::vector
 
 #include "strix/array.h"
@@ -55,7 +56,9 @@ struct SolutionItem {
 
 // The kinds of solution a file may hold, in file order.
 enum class SolutionKind : std::uint8_t { interior, basic, integer };
-inline constexpr std::array<std::string_view, 3> kSolutionKindNames{"interior", "basic", "integer"};
+inline constexpr std::size_t kSolutionKindCount = 3;
+inline constexpr std::array<std::string_view, kSolutionKindCount> kSolutionKindNames{
+    "interior", "basic", "integer"};
 
 // The vectors of a solution, each named by its key.
 enum class Vector : std::uint8_t {
@@ -122,9 +125,9 @@ std::optional<Vector> vector_named(std::string_view name);
 // fails exactly as a full read of it fails. Statuses, objectives, counts,
 // patterns and information items are always kept.
 struct ReadOptions {
-  std::bitset<3> kinds{0b111};                                  // by SolutionKind
-  std::bitset<kVectorCount> vectors{(1u << kVectorCount) - 1};  // by Vector
-  bool names = true;                                            // var_names ... acc_names
+  std::bitset<kSolutionKindCount> kinds{(1u << kSolutionKindCount) - 1};  // by SolutionKind
+  std::bitset<kVectorCount> vectors{(1u << kVectorCount) - 1};            // by Vector
+  bool names = true;                                                      // var_names ... acc_names
 
   bool keeps(SolutionKind k) const { return kinds.test(static_cast<std::size_t>(k)); }
   bool keeps(Vector v) const { return vectors.test(static_cast<std::size_t>(v)); }
@@ -159,6 +162,84 @@ struct Solution {
   Solution(const Solution&) = delete;
   Solution& operator=(const Solution&) = delete;
 };
+
+// The name lists of a solution, in file order: the kind of item each names
+// (its section in the file is "name/" and the kind) and its field.
+struct NameListInfo {
+  std::string_view kind;
+  std::string_view field;
+  NameList Solution::*list;
+};
+inline constexpr std::array<NameListInfo, 5> kNameLists{{
+    {"var", "var_names", &Solution::var_names},
+    {"barvar", "barvar_names", &Solution::barvar_names},
+    {"con", "con_names", &Solution::con_names},
+    {"cone", "cone_names", &Solution::cone_names},
+    {"acc", "acc_names", &Solution::acc_names},
+}};
+
+// The one walk over the model: visit(name, member) for every field of a
+// SolutionItem or a Solution, a pointer to the member with its name, in a
+// fixed order. Equality, pickling and the properties of the Python module
+// and the fuzzer's comparison all walk the model this way, so that a field
+// reaches each of them from here: a visitor that has no case for its type
+// does not compile. fields_are_walked below stops the build when a field
+// is added to the structs and not here.
+//
+// An item: the kind, the statuses, the objectives, then the vectors in the
+// order of kVectors.
+template <typename Visit>
+constexpr void walk_item_fields(Visit&& visit) {
+  visit(std::string_view("kind"), &SolutionItem::kind);
+  visit(std::string_view("prosta"), &SolutionItem::prosta);
+  visit(std::string_view("solsta"), &SolutionItem::solsta);
+  visit(std::string_view("pobj"), &SolutionItem::pobj);
+  visit(std::string_view("dobj"), &SolutionItem::dobj);
+  [&]<std::size_t... V>(std::index_sequence<V...>) {
+    const auto vector = [&]<std::size_t I>(std::integral_constant<std::size_t, I>) {
+      constexpr VectorInfo info = kVectors[I];
+      if constexpr (info.keys != nullptr) {
+        visit(info.key, info.keys);
+      } else {
+        visit(info.key, info.values);
+      }
+    };
+    (vector(std::integral_constant<std::size_t, V>{}), ...);
+  }
+  (std::make_index_sequence<kVectorCount>{});
+}
+
+// A solution: the version and the counts, the patterns, the solutions, the
+// name lists in the order of kNameLists, the information items, and what
+// the read kept.
+template <typename Visit>
+constexpr void walk_solution_fields(Visit&& visit) {
+  visit(std::string_view("version"), &Solution::version);
+  visit(std::string_view("numvar"), &Solution::numvar);
+  visit(std::string_view("numcon"), &Solution::numcon);
+  visit(std::string_view("numcone"), &Solution::numcone);
+  visit(std::string_view("numbarvar"), &Solution::numbarvar);
+  visit(std::string_view("numacc"), &Solution::numacc);
+  visit(std::string_view("barvar_pattern"), &Solution::barvar_pattern);
+  visit(std::string_view("acc_pattern"), &Solution::acc_pattern);
+  visit(std::string_view("solutions"), &Solution::solutions);
+  for (const NameListInfo& names : kNameLists) visit(names.field, names.list);
+  visit(std::string_view("info_i32"), &Solution::info_i32);
+  visit(std::string_view("info_i64"), &Solution::info_i64);
+  visit(std::string_view("info_f64"), &Solution::info_f64);
+  visit(std::string_view("kept"), &Solution::kept);
+}
+
+// Does not compile once SolutionItem or Solution has a field that is not
+// bound here: a field added to the model is added to the walks above and
+// here. Never called.
+inline void fields_are_walked(SolutionItem& item, Solution& solution) {
+  [[maybe_unused]] auto& [kind, prosta, solsta, pobj, dobj, skx, skc, skn, xx, slx, sux, snx, xc, y,
+                          slc, suc, barx, bars, doty] = item;
+  [[maybe_unused]] auto& [solutions, version, numvar, numcon, numcone, numbarvar, numacc, info_i32,
+                          info_i64, info_f64, barvar_pattern, acc_pattern, var_names, barvar_names,
+                          con_names, cone_names, acc_names, kept] = solution;
+}
 
 // Reads a solution file from a reader (streams.h), keeping what `options`
 // asks for. Throws IncompatibleFileError, FormatError or

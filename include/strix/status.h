@@ -7,8 +7,12 @@
 
 namespace strix {
 
+// The name of a byte that is no status key, and of a status key that a
+// table's row lacks (the file's keys are not checked against the counts).
+inline constexpr const char kUnknownKeyName[] = "unk";
+
 // The name of a status key: "bas", "supbas", "low", "upr", "fix", "inf",
-// or "unk" for any other byte.
+// or kUnknownKeyName for any other byte.
 const char* status_key_name(std::uint8_t key);
 
 struct StatusNamePair {

@@ -5,7 +5,7 @@
 #include <string>     // std::string
 
 #include "strix/convert.h"
-#include "strix/errors.h"
+#include "strix/failure.h"
 #include "strix/platform/outputs.h"
 #include "strix/platform/process.h"
 

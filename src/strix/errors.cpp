@@ -4,6 +4,8 @@
 
 #include <fmt/format.h>  // fmt::format
 
+#include "strix/failure.h"
+
 namespace strix {
 
 void Error::set_path(const std::string& path) {
@@ -16,7 +18,7 @@ FormatError::FormatError(std::string_view text, CheckNumber check)
     : Error(fmt::format("malformed solution file: {}", text)),
       message(text),
       file(check.file),
-      line(check.line) {}
+      line(check.number) {}
 
 namespace {
 std::string incompatible_text(std::uint32_t mark, std::size_t length) {

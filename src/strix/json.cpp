@@ -9,14 +9,14 @@
 #include <fmt/compile.h>  // FMT_COMPILE
 #include <fmt/format.h>   // fmt::format_to
 
-#include "strix/blocks.h"  // block_bounds
 #include "strix/escape.h"
+#include "strix/layout.h"  // block_bounds
 #include "strix/limits.h"
 #include "strix/numbers.h"  // format_shortest
 #include "strix/outbuffer.h"
 #include "strix/solution.h"
 #include "strix/status.h"   // status_key_name
-#include "strix/threads.h"  // machine_threads
+#include "strix/threads.h"  // thread_budget
 #include "strix/writers.h"  // write_json
 
 namespace strix {

@@ -8,6 +8,11 @@
 
 namespace strix {
 
+// A section header's name and its format are each at most 255 bytes (one
+// length byte each): the reader reads both into one scratch buffer, the
+// name into its first half and the format into its second.
+inline constexpr std::size_t kHeaderFieldRoom = 256;
+
 // A count or length prefix in a file reserves at most this much before its
 // data has arrived (or what the rest of a file of known size can hold):
 // a small file that claims 2^56 bytes must not reserve them.
@@ -25,8 +30,8 @@ inline constexpr std::size_t kCopyBlock = std::size_t{1} << 18;
 
 // The input file's buffer, for the same reason.
 inline constexpr std::size_t kInputBuffer = std::size_t{1} << 18;
-// ... aligned to a page: the kernel fills it measurably faster (a 99 MB
-// ".b" copy took 0.037 s against 0.041 s at a plain allocation's offset).
+// ... aligned to a page: the kernel fills it measurably faster than at a
+// plain allocation's offset.
 inline constexpr std::align_val_t kInputBufferAlignment{4096};
 // After a seek past an array the file is read again in pieces of this size,
 // doubling up to the buffer's: what follows a skipped array is mostly a
@@ -68,7 +73,7 @@ inline constexpr std::size_t kJobsPerThread = 2;
 inline constexpr std::size_t kJsonValueBatch = 1024;
 
 // Input per Zstandard job. The library's default for level 3 (four windows,
-// 8 MiB) held some 35 MB more at the peak and was no faster.
+// 8 MiB) held several jobs' worth more memory at the peak and was no faster.
 inline constexpr int kZstdJobSize = 2 << 20;
 // A Zstandard frame is flushed once, after this much input: with workers,
 // when the first bytes reach the target would otherwise depend on their
@@ -81,7 +86,7 @@ inline constexpr std::size_t kGzipChunk = std::size_t{1} << 20;
 
 // Array members of a task archive are written in pieces of at most this
 // size: single writes of many megabytes into the page cache were at times
-// three to four times slower than the same bytes in 1 MiB pieces.
+// several times slower than the same bytes in 1 MiB pieces.
 inline constexpr std::uint64_t kArchiveWritePiece = std::uint64_t{1} << 20;
 
 }  // namespace strix

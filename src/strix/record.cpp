@@ -91,10 +91,8 @@ void read_typed(Reader& in, Vec& out, std::uint64_t expected) {
 }  // namespace
 
 SectionHeader read_section_header(Reader& in, HeaderScratch& scratch) {
-  // Name at the front of the scratch, format in its second half: each is at
-  // most 255 bytes long.
   char* name = scratch.data();
-  char* format = scratch.data() + 256;
+  char* format = scratch.data() + kHeaderFieldRoom;
   const std::uint64_t name_size = in.read(name, read_u8(in));
   const std::uint64_t format_size = in.read(format, read_u8(in));
   return {{name, name_size}, {format, format_size}};

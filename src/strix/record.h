@@ -9,6 +9,8 @@
 #include <string>       // std::string
 #include <string_view>  // std::string_view
 
+#include "strix/limits.h"  // kHeaderFieldRoom
+
 namespace strix {
 
 class Reader;
@@ -26,7 +28,7 @@ struct SectionHeader {
   std::string_view format;
 };
 
-using HeaderScratch = std::array<char, 512>;
+using HeaderScratch = std::array<char, 2 * kHeaderFieldRoom>;
 
 SectionHeader read_section_header(Reader& in, HeaderScratch& scratch);
 

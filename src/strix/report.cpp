@@ -13,16 +13,21 @@
 
 #include "strix/errors.h"  // ReportError
 #include "strix/escape.h"
+#include "strix/layout.h"  // default_name, the tables
 #include "strix/numbers.h"
 #include "strix/outbuffer.h"
-#include "strix/report.h"  // default_name, the tables
 #include "strix/solution.h"
 #include "strix/status.h"
-#include "strix/threads.h"  // machine_threads
+#include "strix/threads.h"  // thread_budget
 #include "strix/writers.h"
 
 namespace strix {
 namespace {
+
+// The row head of the variable, constraint and ACC tables: a name and a
+// status key, each left-aligned in a column at least this wide.
+constexpr std::size_t kNameColumnWidth = 20;
+constexpr std::size_t kKeyColumnWidth = 6;
 
 // The model name of item k when the list holds a non-empty one and k is
 // below the kind's count, else null (the caller writes the default name).
@@ -56,9 +61,9 @@ class DisplayName {
   char default_[kDefaultNameSize];
 };
 
-// Text left-aligned in `width` columns, as "{:<20}" and "{:6s}" give it: the
-// texts are ASCII (display names escape every other byte), so a byte is a
-// column. Longer texts are written whole.
+// Text left-aligned in `width` columns, as "{:<20}" gives it: the texts are
+// ASCII (display names escape every other byte), so a byte is a column.
+// Longer texts are written whole.
 char* put_padded(char* out, std::string_view text, std::size_t width) {
   std::memcpy(out, text.data(), text.size());
   out += text.size();
@@ -67,9 +72,10 @@ char* put_padded(char* out, std::string_view text, std::size_t width) {
   return out + (width - text.size());
 }
 
-// Status keys are not checked against the counts: a missing byte is "unk".
+// Status keys are not checked against the counts: a missing byte is
+// unknown.
 const char* key_name(const Array<std::uint8_t>& keys, std::uint64_t i) {
-  return i < keys.size() ? status_key_name(keys[i]) : "unk";
+  return i < keys.size() ? status_key_name(keys[i]) : kUnknownKeyName;
 }
 
 // A value column, or a right-aligned dot where the vector is absent or too
@@ -82,9 +88,11 @@ char* put_value(char* out, const Array<double>& values, std::uint64_t i) {
 }
 
 void write_header(OutBuffer& ob, const std::array<Vector, 4>& columns) {
-  fmt::format_to(ob.out(), FMT_COMPILE("    # {:<20s}  {:6s} {:>24s} {:>24s} {:>24s} {:>24s}\n"),
-                 "name", "sta", vector_info(columns[0]).key, vector_info(columns[1]).key,
-                 vector_info(columns[2]).key, vector_info(columns[3]).key);
+  fmt::format_to(ob.out(), FMT_COMPILE("    # {:<{}s}  {:{}s} {:>{}s} {:>{}s} {:>{}s} {:>{}s}\n"),
+                 "name", kNameColumnWidth, "sta", kKeyColumnWidth, vector_info(columns[0]).key,
+                 kValueColumnWidth, vector_info(columns[1]).key, kValueColumnWidth,
+                 vector_info(columns[2]).key, kValueColumnWidth, vector_info(columns[3]).key,
+                 kValueColumnWidth);
 }
 
 void write_objective(OutBuffer& ob, const SolutionItem& item) {
@@ -106,13 +114,14 @@ void write_objective(OutBuffer& ob, const SolutionItem& item) {
 
 // Bytes of a typical row, to cut the tables into pieces of about
 // kOutputPiece.
-constexpr std::size_t kRowBytes = 6 + 20 + 2 + 6 + 4 * (1 + kValueColumnWidth) + 1;
+constexpr std::size_t kRowBytes =
+    6 + kNameColumnWidth + 2 + kKeyColumnWidth + 4 * (1 + kValueColumnWidth) + 1;
 
 // The variable and constraint tables: a header, then one row per item with
-// its name, status key and four value columns. "      {:<20}: {:6s}"
-// (variables) and "      {:20s}: {:6s}" (constraints) give the same row
-// head; each column is " {:24.16g}". Ranges of rows are formatted in
-// parallel, each with display names of its own.
+// its name, status key and four value columns: six blanks, the name in its
+// column, ": ", the key in its column, and each value as " {:24.16g}".
+// Ranges of rows are formatted in parallel, each with display names of its
+// own.
 void write_rows(TextBuffer& t, const NameList& list, std::int32_t count,
                 std::string_view default_prefix, const Array<std::uint8_t>& keys,
                 const std::array<const Array<double>*, 4>& columns, std::uint64_t first,
@@ -122,13 +131,13 @@ void write_rows(TextBuffer& t, const NameList& list, std::int32_t count,
     const std::string_view name =
         names.get(list, count, static_cast<std::int64_t>(j), default_prefix);
     const std::string_view key = key_name(keys, j);
-    char* out = t.room(6 + std::max<std::size_t>(name.size(), 20) + 2 +
-                       std::max<std::size_t>(key.size(), 6) + 4 * (1 + kValueColumnWidth) + 1);
+    char* out = t.room(6 + std::max(name.size(), kNameColumnWidth) + 2 +
+                       std::max(key.size(), kKeyColumnWidth) + 4 * (1 + kValueColumnWidth) + 1);
     std::memset(out, ' ', 6);
-    out = put_padded(out + 6, name, 20);
+    out = put_padded(out + 6, name, kNameColumnWidth);
     *out++ = ':';
     *out++ = ' ';
-    out = put_padded(out, key, 6);
+    out = put_padded(out, key, kKeyColumnWidth);
     for (const Array<double>* values : columns) {
       *out++ = ' ';
       out = put_value(out, *values, j);
@@ -203,9 +212,10 @@ void write_constraints(OutBuffer& ob, const Solution& s, const SolutionItem& ite
 void write_acc_rows(TextBuffer& t, DisplayName& names, const Solution& s, const SolutionItem& item,
                     std::uint64_t a, std::uint64_t first, std::uint64_t last) {
   const std::string_view name =
-      names.get(s.con_names, s.numcon, static_cast<std::int64_t>(a), "con");
+      names.get(s.con_names, s.numcon, static_cast<std::int64_t>(a), kConstraintTable.prefix);
   const char* key = key_name(item.skc, a);
-  // "    {}: {:6s} " and "{:24.16g}", or "{:24s}" of a dot (left-aligned).
+  // Four blanks, the name, ": ", the key in its column, a blank, and the
+  // value as "{:24.16g}", or "{:24s}" of a dot (left-aligned).
   char value[kValueColumnWidth];
   if (a < item.doty.size()) {
     format_value_column(value, item.doty[a]);
@@ -213,7 +223,7 @@ void write_acc_rows(TextBuffer& t, DisplayName& names, const Solution& s, const 
     put_padded(value, ".", kValueColumnWidth);
   }
   for (std::uint64_t r = first; r < last; ++r) {
-    char* out = t.room(4 + name.size() + 2 + std::max<std::size_t>(std::strlen(key), 6) + 1 +
+    char* out = t.room(4 + name.size() + 2 + std::max(std::strlen(key), kKeyColumnWidth) + 1 +
                        kValueColumnWidth + 1);
     std::memset(out, ' ', 4);
     out += 4;
@@ -221,7 +231,7 @@ void write_acc_rows(TextBuffer& t, DisplayName& names, const Solution& s, const 
     out += name.size();
     *out++ = ':';
     *out++ = ' ';
-    out = put_padded(out, key, 6);
+    out = put_padded(out, key, kKeyColumnWidth);
     *out++ = ' ';
     std::memcpy(out, value, kValueColumnWidth);
     out += kValueColumnWidth;
@@ -245,6 +255,12 @@ void write_affine_conic(OutBuffer& ob, const Solution& s, const SolutionItem& it
 }
 
 }  // namespace
+
+std::string_view default_name(std::string_view prefix, std::int64_t index,
+                              char (&buffer)[kDefaultNameSize]) {
+  const char* end = fmt::format_to(buffer, FMT_COMPILE("{}{:04d}"), prefix, index);
+  return {buffer, static_cast<std::size_t>(end - buffer)};
+}
 
 void write_text_report(std::ostream& out, const Solution& solution, unsigned threads) {
   OutBuffer ob(out.rdbuf(), thread_budget(threads));

@@ -65,7 +65,7 @@ const char* status_key_name(std::uint8_t key) {
     case '*':
       return "inf";
     default:
-      return "unk";
+      return kUnknownKeyName;
   }
 }
 

@@ -109,9 +109,9 @@ constexpr Field kArrayMagic{0, 4};
 constexpr Field kArrayFlag{4, 1};
 constexpr Field kArrayElementType{6, 1};
 constexpr Field kArrayKind{7, 1};
-constexpr Field kArrayOne{8, 8};      // the value 1
-constexpr Field kArrayCount{16, 8};   // the element count
-constexpr Field kArrayCount2{24, 8};  // the element count again
+constexpr Field kArrayDimensions{8, 8};  // 1: every member is a flat vector
+constexpr Field kArrayLength{16, 8};     // the element count along it
+constexpr Field kArrayElements{24, 8};   // the element count in all
 
 constexpr unsigned char kFlagDefault = 8;
 constexpr unsigned char kFlagMatrix = 0;  // barx and bars
@@ -169,9 +169,9 @@ void write_array_member(TarWriter& tar, std::string_view name, const Array<T>& v
   header[kArrayFlag.offset] = flag;
   header[kArrayElementType.offset] = ElementType<T>::value;
   header[kArrayKind.offset] = kind;
-  put_u64_le(header, kArrayOne, 1);
-  put_u64_le(header, kArrayCount, values.size());
-  put_u64_le(header, kArrayCount2, values.size());
+  put_u64_le(header, kArrayDimensions, 1);
+  put_u64_le(header, kArrayLength, values.size());
+  put_u64_le(header, kArrayElements, values.size());
 
   const std::uint64_t bytes = std::uint64_t{values.size()} * sizeof(T);
   tar.write_header(name, kArrayHeaderSize + bytes);

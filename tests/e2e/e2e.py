@@ -744,6 +744,48 @@ def readme_blocks():
         return re.findall(r"```(\w*)\n(.*?)```", f.read(), re.S)
 
 
+# A file that fails and what the library says of it, from C++ and from C.
+FAILING = (("x.json", "x.json: not a solution file (it starts with bytes 7b 22 24 73)"),
+           ("no.b", "no.b: cannot open: No such file or directory"))
+
+# Reads a file's bytes from memory and through callbacks with and without
+# skip, keeping the slx vectors: the length and last value of the interior
+# one, and the interior xx's length (not kept), or the failure.
+SOURCES = r"""#include <stdio.h>
+#include <strix/strix.h>
+static int64_t get(void* f, void* to, size_t n) { return (int64_t)fread(to, 1, n, f); }
+static int64_t pass(void* f, uint64_t n) {
+  long at = ftell(f), end = (fseek(f, 0, SEEK_END), ftell(f));
+  long to = at + (long)n < end ? at + (long)n : end;
+  return fseek(f, to, SEEK_SET) == 0 ? to - at : -1;
+}
+int main(int argc, char** argv) {
+  static char bytes[1 << 16];
+  FILE* f = fopen(argv[argc - 1], "rb");
+  size_t size = fread(bytes, 1, sizeof bytes, f), n, xx;
+  const strix_read_options slx = {STRIX_ALL_KINDS, 1u << STRIX_SLX, 1};
+  for (int how = 0; how < 3; ++how) {
+    strix_reader reader = {f, get, how == 2 ? pass : NULL};
+    strix_solution* s;
+    strix_error* e;
+    rewind(f);
+    strix_status status = how ? strix_read_callbacks(&reader, &slx, &s, &e)
+                              : strix_read_memory(bytes, size, &slx, &s, &e);
+    if (status != STRIX_OK) {
+      printf("%s %s\n", strix_status_name(status), strix_error_message(e));
+      strix_error_free(e);
+      continue;
+    }
+    const double* v = strix_values(s, STRIX_INTERIOR, STRIX_SLX, &n);
+    strix_values(s, STRIX_INTERIOR, STRIX_XX, &xx);
+    printf("%zu %g %zu\n", n, v[n - 1], xx);
+    strix_solution_free(s);
+  }
+  fclose(f);
+}
+"""
+
+
 class Package(Case):
     # The README's examples against an installed copy: the C++ one built as
     # a consumer of the CMake package, the Python one with the installed
@@ -769,8 +811,9 @@ class Package(Case):
         os.makedirs(app)
         include = os.path.join(prefix_dir, "include", "strix")
         headers = sorted(os.listdir(include))
-        self.assertEqual(headers, ["array.h", "compress.h", "convert.h", "errors.h", "solution.h",
-                                   "status.h", "streams.h", "version.h", "writers.h"])
+        self.assertEqual(headers, ["array.h", "compress.h", "convert.h", "errors.h", "layout.h",
+                                   "solution.h", "status.h", "streams.h", "strix.h", "version.h",
+                                   "writers.h"])
         for h in headers:
             with open(os.path.join(include, h)) as f:
                 self.assertNotRegex(f.read(), r"#include <(zlib|zstd|isa-l|fmt)", h)
@@ -794,10 +837,46 @@ class Package(Case):
         self.tool("cmake", "--build", app + "/build", "-j2")
         self.assertEqual(self.tool(app + "/build/app", EXAMPLE).decode(), printed)
         self.write("x.json", b'{"$schema" : 1}')
-        for name, said in (("x.json", "x.json: not a solution file (it starts with bytes 7b 22 24 73)"),
-                           ("no.b", "no.b: cannot open: No such file or directory")):
+        for name, said in FAILING:
             p = subprocess.run([app + "/build/app", name], cwd=self.dir, capture_output=True)
             self.assertEqual((p.returncode, p.stderr.decode(), p.stdout), (1, said + "\n", b""))
+
+    # The README's C example built with nothing but pkg-config against an
+    # installed prefix, under AddressSanitizer and LeakSanitizer (awake: a
+    # copy without its last free leaks): it prints the block after it, and
+    # for a failing file the C++ library's words. Bytes in memory and read
+    # through callbacks (with and without skip) give the same as the file.
+    # The library exports strix_* alone and has its SONAME.
+    def test_c_interface_installed(self):
+        blocks = readme_blocks()
+        (_, code), (_, printed) = next(blocks[i:i + 2] for i, b in enumerate(blocks) if b[0] == "c")
+        prefix_dir = os.path.join(self.dir, "prefix")
+        self.tool("cmake", "--install", os.path.dirname(STRIX), "--prefix", prefix_dir)
+        lib = os.path.join(prefix_dir, "lib")
+        env = dict(os.environ, PKG_CONFIG_PATH=lib + "/pkgconfig", LD_LIBRARY_PATH=lib)
+        flags = subprocess.run(["pkg-config", "--cflags", "--libs", "strix"], env=env, check=True,
+                               capture_output=True, text=True).stdout.split()
+        cut = code.rindex("strix_solution_free(s);")
+        for name, text in ("app", code), ("leaky", code[:cut] + code[cut + 23:]), ("sources", SOURCES):
+            self.write(name + ".c", text.encode())
+            self.tool("cc", "-std=c11", "-Wall", "-Wextra", "-pedantic", "-Werror",
+                      "-fsanitize=address", name + ".c", *flags, "-o", name)
+        run = lambda *args: subprocess.run(args, cwd=self.dir, env=env, capture_output=True)  # noqa
+        self.assertEqual(run("./app", EXAMPLE).stdout.decode(), printed)
+        self.assertIn(b"ERROR: LeakSanitizer: detected memory leaks", run("./leaky", EXAMPLE).stderr)
+        self.write("x.json", b'{"$schema" : 1}')
+        for name, said in FAILING:
+            p = run("./app", name)
+            self.assertEqual((p.returncode, p.stderr.decode(), p.stdout), (1, said + "\n", b""))
+        p = run("./sources", EXAMPLE)
+        self.assertEqual((p.stdout, p.stderr), (b"3 1e-09 0\n" * 3, b""))
+        self.assertEqual(run("./sources", "x.json").stdout.decode(), "IncompatibleFileError "
+                         "not a solution file (it starts with bytes 7b 22 24 73)\n" * 3)
+        so = os.path.join(lib, "libstrix.so.0")
+        exported = [line.split()[-1] for line in self.tool("nm", "-D", "--defined-only", so).decode().splitlines()]
+        self.assertEqual([n for n in exported if not n.startswith("strix_")], [])
+        self.assertIn("strix_read_file", exported)
+        self.assertRegex(self.tool("objdump", "-p", so).decode(), r"\n  SONAME +libstrix\.so\.0\n")
 
     # Each form converted in Python is the command's output byte for byte. A
     # failure raises an exception saying what failed in words (the reader's

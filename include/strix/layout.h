@@ -1,15 +1,15 @@
-// The text report's layout, which the Python module's tables follow too:
-// the names of items that have none of their own, and the tables of the
-// variables and the constraints.
+// How the writers lay a solution out, for code that shows it the same way
+// (the Python module's tables and blocks): the names of items that have
+// none of their own, the tables of the variables and the constraints, and
+// how a pattern cuts a flat vector (barx, bars, doty) into blocks.
 #pragma once
 
+#include <algorithm>    // std::min
 #include <array>        // the value columns
 #include <cstddef>      // std::size_t
 #include <cstdint>      // fixed-width integers
 #include <string_view>  // std::string_view
-
-#include <fmt/compile.h>  // FMT_COMPILE
-#include <fmt/format.h>   // fmt::format_to
+#include <vector>       // the bounds
 
 #include "strix/solution.h"
 
@@ -21,11 +21,8 @@ inline constexpr std::size_t kDefaultNameSize = 32;
 // The name of item `index` of a kind where the file gives it none: the
 // prefix and the index in at least four digits ("var0007", "con12345"),
 // written into `buffer`. The prefix is at most 11 bytes.
-inline std::string_view default_name(std::string_view prefix, std::int64_t index,
-                                     char (&buffer)[kDefaultNameSize]) {
-  const char* end = fmt::format_to(buffer, FMT_COMPILE("{}{:04d}"), prefix, index);
-  return {buffer, static_cast<std::size_t>(end - buffer)};
-}
+std::string_view default_name(std::string_view prefix, std::int64_t index,
+                              char (&buffer)[kDefaultNameSize]);
 
 // One table of items, one row each: its name, its status key and four
 // value columns.
@@ -47,5 +44,23 @@ inline constexpr ReportTable kConstraintTable{"con",
                                               &Solution::numcon,
                                               Vector::skc,
                                               {Vector::xc, Vector::slc, Vector::suc, Vector::y}};
+
+// The bounds of the blocks that `pattern` cuts from `value_count` values:
+// block b is [bounds[b], bounds[b + 1]), and there are pattern.size() + 1
+// bounds. The pattern alone decides the shape: values beyond its sum belong
+// to no block, and an empty pattern gives no blocks. The values are not
+// trusted to cover the whole sum: a block is cut short where they run out,
+// and every later block is empty.
+inline std::vector<std::size_t> block_bounds(std::size_t value_count,
+                                             const Array<std::uint64_t>& pattern) {
+  std::vector<std::size_t> bounds(pattern.size() + 1);
+  std::size_t next = 0;
+  for (std::size_t b = 0; b < pattern.size(); ++b) {
+    bounds[b] = next;
+    next += static_cast<std::size_t>(std::min<std::uint64_t>(pattern[b], value_count - next));
+  }
+  bounds[pattern.size()] = next;
+  return bounds;
+}
 
 }  // namespace strix
