@@ -142,6 +142,7 @@ EOF
     # runs, with Wine's own services started here: started by a test, they
     # would hold its output open.
     export WINEPREFIX=$cache/wine WINEDEBUG=-all
+    mkdir -p "$WINEPREFIX"
     wineserver -p
     trap 'wineserver -k' EXIT
     wineboot -i </dev/null >/dev/null 2>&1
