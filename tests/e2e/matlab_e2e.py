@@ -129,6 +129,7 @@ class Matlab(Case):
         for name, sf in list(zip(files, FILES[1:] + [RAW, ODDS])) + list(BAD.items()):
             self.write(name, sf)
         self.write("odds.b.zst", self.tool("zstd", "-c", files[-1]))
+        self.write("none.b", full_file(kinds=()))  # one row without a kind
         files += [EXAMPLE, "odds.b.zst"]
         read = lambda f, **kw: lambda: as_struct(strix.read(path(f), **kw))  # noqa: E731
         summary = lambda f: lambda: as_rows(strix.summary(f), self.dir)  # noqa: E731
@@ -144,7 +145,8 @@ class Matlab(Case):
             ("strix_read('xx.b', 'vectors', {})", read("xx.b")),
             ("strix_read('no.b')", lambda: Failure("IOError", "no.b: cannot open: No such file or directory")),
             ("strix_read('f1.b', 'vectors', 'zz')", read("f1.b", vectors="zz")),
-            ("strix_summary({%s})" % ", ".join(f"'{f}'" for f in files), summary(map(path, files))),
+            ("strix_summary({%s})" % ", ".join(f"'{f}'" for f in files + ["none.b"]),
+             summary([path(f) for f in files + ["none.b"]])),
             ("strix_summary('f*.b')", summary(path("f*.b"))),
             ("strix_summary({'f1.b', 'x.json'})", read("x.json")),
             ("converted('f3.b', 'o.json')", output("f3.b", "-.json")),
