@@ -47,7 +47,7 @@ source_package() {
   local dir list=/etc/apt/sources.list.d/strix-deb-src
   dir=$(find "$cache/src" -maxdepth 1 -type d -name "$1-[0-9]*" 2>/dev/null | sort | tail -n 1)
   if [ -z "$dir" ]; then
-    if ! apt-get indextargets --format '$(IDENTIFIER)' | grep -qx Sources; then
+    if ! apt-get indextargets --format '$(IDENTIFIER)' | grep -x Sources >/dev/null; then
       if [ -f /etc/apt/sources.list.d/debian.sources ]; then
         awk 'BEGIN { RS = "" }
              { n = split($0, line, "\n"); text = ""; deb = 0
@@ -63,7 +63,7 @@ source_package() {
       apt_get update
     fi
     mkdir -p "$cache/src"
-    (cd "$cache/src" && apt-get source -qq "$1" >/dev/null 2>&1)
+    (cd "$cache/src" && apt-get source -qq "$1" >/dev/null)
     dir=$(find "$cache/src" -maxdepth 1 -type d -name "$1-[0-9]*" | sort | tail -n 1)
   fi
   echo "$dir"
