@@ -25,4 +25,7 @@ bash tools/fuzz.sh run 10
 
 # Formatting: the checked-in sources must equal clang-format's output.
 git ls-files -z -- '*.cpp' '*.h' | xargs -0 -r clang-format --dry-run --Werror
+# The other platforms, cross-built and tested under Wine and qemu.
+bash tools/cross.sh windows
+bash tools/cross.sh arm64
 echo "all tests passed"

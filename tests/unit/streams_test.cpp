@@ -13,6 +13,10 @@
 #include <thread>   // std::thread
 
 #include <unistd.h>  // pipe, write, lseek
+#ifdef _WIN32
+#include <fcntl.h>  // _O_BINARY
+#include <io.h>     // _pipe
+#endif
 
 #include <gtest/gtest.h>
 
@@ -24,6 +28,13 @@
 namespace {
 
 using namespace std::string_literals;
+
+#ifdef _WIN32
+// The C runtime's pipe, binary as POSIX's is.
+int pipe(int fds[2]) {
+  return _pipe(fds, 1 << 16, _O_BINARY);
+}
+#endif
 
 std::string zstd_frame(const std::string& data, int level) {
   std::string out(ZSTD_compressBound(data.size()), '\0');

@@ -21,6 +21,16 @@ namespace {
 
 using strix::Compression;
 
+#ifdef _WIN32
+// The C runtime has one call for both; an empty value unsets.
+int setenv(const char* name, const char* value, int) {
+  return _putenv_s(name, value);
+}
+int unsetenv(const char* name) {
+  return _putenv_s(name, "");
+}
+#endif
+
 TEST(Threads, SharesStayWithinTheCount) {
   for (unsigned n = 1; n <= 64; ++n) {
     for (const Compression c : {Compression::none, Compression::zstd, Compression::gzip}) {
