@@ -8,6 +8,7 @@ import errno
 import json
 import math
 import os
+import pty
 import random
 import re
 import resource
@@ -303,6 +304,22 @@ class Driver(Case):
                     got = self.strix(*args, stdin=f)
             self.assertEqual((got, self.read("x.b"), self.tool(*UNPACK[".zst"], "x.b.zst")),
                              ((ABORT, UNKNOWN, b""), BLOB, BLOB), args)
+
+    # Ctrl-C at the console removes the output that strix created or
+    # truncated, as SIGINT does. Wine delivers the console's events where the
+    # console is a terminal: ctrl_c.exe runs strix in it on half a file.
+    @unittest.skipUnless(WINE, "the Windows console's Ctrl-C")
+    def test_console_interrupted(self):
+        self.write("in.b", noisy(30000))
+        self.write("other", b"kept")
+        for out, old in (("o.json", None), ("o.b.zst", b"old")):
+            self.write(out, old) if old else None
+            terminal, console = pty.openpty()
+            p = subprocess.run([*LAUNCHER, os.environ["STRIX_CTRL_C"], STRIX, "in.b", out],
+                               stdin=console, capture_output=True, cwd=self.dir, timeout=120)
+            os.close(console), os.close(terminal)
+            self.assertEqual((p.stderr, os.path.exists(os.path.join(self.dir, out)),
+                              self.read("other")), (b"", False, b"kept"), out)
 
     # Interrupted, strix removes the output file that it created or truncated
     # and ends by the signal; a file it has not opened yet keeps its bytes, a
