@@ -107,10 +107,10 @@ build_zstd() {
 }
 
 toolchain=$PWD/cmake/toolchains/$triple.cmake
-# No Python module and no MEX files: the build machine's Python and Octave
+# No Python module (nor MEX files): the build machine's Python and Octave
 # cannot load the target's.
 cmake_args=(-DCMAKE_TOOLCHAIN_FILE="$toolchain" -DCMAKE_PREFIX_PATH="$prefix"
-            -DSTRIX_BUILD_PYTHON=OFF -DSTRIX_MKOCTFILE=NO -DSTRIX_BUILD_FUZZERS=OFF -DSTRIX_WERROR=ON)
+            -DSTRIX_BUILD_PYTHON=OFF -DSTRIX_BUILD_FUZZERS=OFF -DSTRIX_WERROR=ON)
 case $target in
   arm64)
     dpkg --print-foreign-architectures | grep -qx arm64 || $sudo dpkg --add-architecture arm64
