@@ -9,10 +9,6 @@
 #include "mex.h"
 #include "strix/strix.h"
 
-#ifndef _WIN32
-#include <glob.h>
-#endif
-
 /* What a call holds from the library. A MEX error ends the call where it
  * is, so what it left is freed at the next call or when the file is
  * unloaded. */
@@ -409,18 +405,8 @@ static char** summary_paths(const mxArray* value, size_t* count) {
   }
   {
     char* pattern = string_of(value, "strix_summary(FILES): a cell array of names or a glob");
-#ifndef _WIN32
-    glob_t found;
-    const int status = glob(pattern, GLOB_NOSORT, NULL, &found);
-    *count = status == 0 ? found.gl_pathc : 0;
-    paths = (char**)mxCalloc(*count + 1, sizeof(char*));
-    for (i = 0; i < *count; ++i) {
-      paths[i] = (char*)mxMalloc(strlen(found.gl_pathv[i]) + 1);
-      strcpy(paths[i], found.gl_pathv[i]);
-    }
-    if (status == 0) globfree(&found);
-#else
-    /* dir() matches the names; the folder comes from the pattern. */
+    /* dir() matches the names, as MATLAB and Octave do on every system; the
+     * folder comes from the pattern. */
     mxArray* listing;
     mxArray* arg = mxCreateString(pattern);
     const char* slash = strrchr(pattern, '\\');
@@ -442,7 +428,6 @@ static char** summary_paths(const mxArray* value, size_t* count) {
       ++found;
     }
     *count = found;
-#endif
     qsort(paths, *count, sizeof(char*), by_path);
   }
   return paths;
