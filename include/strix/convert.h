@@ -81,12 +81,12 @@ class Conversion {
   void close();
 
  private:
-  struct Owned;
+  struct Resources;
 
   std::filesystem::path in_name_;
   std::filesystem::path out_name_;
   ConvertOptions options_;
-  std::unique_ptr<Owned> owned_;
+  std::unique_ptr<Resources> held_;
 };
 
 // run() and close() in one call. When the conversion fails, the outputs are

@@ -40,18 +40,18 @@ struct Names {
 };
 
 Names parse_names(const fs::path& in_name, const fs::path& out_name) {
-  Names n{in_name, out_name, {}, {}, {}, {}};
-  n.in_compression = n.in_path.extension();
-  n.out_format = n.out_path.extension();
-  n.out_base = fs::path(n.out_path).replace_extension();
-  if (n.in_compression != ".zst" && n.in_compression != ".gz") n.in_compression.clear();
-  if (n.out_format == ".zst" || n.out_format == ".gz") {
+  Names names{in_name, out_name, {}, {}, {}, {}};
+  names.in_compression = names.in_path.extension();
+  names.out_format = names.out_path.extension();
+  names.out_base = fs::path(names.out_path).replace_extension();
+  if (names.in_compression != ".zst" && names.in_compression != ".gz") names.in_compression.clear();
+  if (names.out_format == ".zst" || names.out_format == ".gz") {
     // Only one compression suffix is peeled: x.json.zst.gz is ".zst" text.
-    n.out_compression = n.out_format;
-    n.out_format = n.out_base.extension();
-    n.out_base.replace_extension();
+    names.out_compression = names.out_format;
+    names.out_format = names.out_base.extension();
+    names.out_base.replace_extension();
   }
-  return n;
+  return names;
 }
 
 // The input's reader, and which file it reads where it reads one.
@@ -82,10 +82,10 @@ Input open_input(const fs::path& in_path, bool unchecked_files) {
 
 // Refuses an output that names the input file, under any of its names,
 // before the output is created: truncating it would lose the input.
-void refuse_same_file(const Input& input, const Names& n) {
-  if (!input.file || n.out_base == "-") return;
-  if (platform::identity_of(n.out_path) == input.file) {
-    throw SameFileError(path_text(n.in_path), path_text(n.out_path));
+void refuse_same_file(const Input& input, const Names& names) {
+  if (!input.file || names.out_base == "-") return;
+  if (platform::identity_of(names.out_path) == input.file) {
+    throw SameFileError(path_text(names.in_path), path_text(names.out_path));
   }
 }
 
@@ -187,9 +187,9 @@ void copy_bytes(Reader& source, std::streambuf& final_buf, const fs::path& in_pa
 }
 
 // The compression the output's last suffix asks for; the names give no other.
-Compression output_compression(const Names& n) {
-  if (n.out_compression == ".zst") return Compression::zstd;
-  if (n.out_compression == ".gz") return Compression::gzip;
+Compression output_compression(const Names& names) {
+  if (names.out_compression == ".zst") return Compression::zstd;
+  if (names.out_compression == ".gz") return Compression::gzip;
   return Compression::none;
 }
 
@@ -229,7 +229,7 @@ constexpr int kCompressionLevel = 3;
 // members are destroyed in reverse: stream, solution, compressing buffer,
 // decompressing reader, output file, input. The compressed stream is thereby
 // finished before its file is closed.
-struct Conversion::Owned {
+struct Conversion::Resources {
   Input input;
   std::optional<OutputFile> out_file;
   std::optional<zstd::Reader> decompressor;
@@ -242,14 +242,14 @@ struct Conversion::Owned {
   // command), an output that cannot be created is a closed file buffer: it
   // loses every write, and the conversion still succeeds. The watch, if any, hears of the file's
   // opening on either side of it.
-  std::streambuf* create_output(const Names& n, bool checked, OutputWatch* watch) {
-    if (n.out_base == "-") {
+  std::streambuf* create_output(const Names& names, bool checked, OutputWatch* watch) {
+    if (names.out_base == "-") {
       platform::binary_standard_output();
       return std::cout.rdbuf();
     }
     if (watch) watch->opening();
     try {
-      out_file.emplace(n.out_path, checked);
+      out_file.emplace(names.out_path, checked);
     } catch (...) {
       if (watch) watch->opened(false);
       throw;
@@ -258,8 +258,8 @@ struct Conversion::Owned {
     return &*out_file;
   }
   // The input's bytes as the solution file has them.
-  Reader* decompress(const Names& n) {
-    if (n.in_compression != ".zst") return input.reader.get();
+  Reader* decompress(const Names& names) {
+    if (names.in_compression != ".zst") return input.reader.get();
     return &decompressor.emplace(input.reader.get());
   }
   // The buffer the output form is written to: the sink itself, or a
@@ -292,46 +292,47 @@ Conversion::~Conversion() {
 }
 
 Outcome Conversion::run() {
-  const Names n = parse_names(in_name_, out_name_);
-  if (is_gzip_input(n.in_path)) return {2, UnsupportedInput(quoted(n.in_compression)).what()};
+  const Names names = parse_names(in_name_, out_name_);
+  if (is_gzip_input(names.in_path))
+    return {2, UnsupportedInput(quoted(names.in_compression)).what()};
 
   close();
-  owned_ = std::make_unique<Owned>();
-  Owned& o = *owned_;
+  held_ = std::make_unique<Resources>();
+  Resources& held = *held_;
   // The input is opened before the output is created, so a missing input
   // leaves no output file behind.
-  o.input = open_input(n.in_path, options_.unchecked_files);
-  refuse_same_file(o.input, n);
-  std::streambuf* sink = o.create_output(n, !options_.unchecked_files, options_.watch);
+  held.input = open_input(names.in_path, options_.unchecked_files);
+  refuse_same_file(held.input, names);
+  std::streambuf* sink = held.create_output(names, !options_.unchecked_files, options_.watch);
 
   // ".b.zst" to ".b.zst" too is decompressed and then compressed again.
-  Reader* source = o.decompress(n);
+  Reader* source = held.decompress(names);
   // Formatting and compression share the threads. A compressed output gets
   // at least one worker, so a Zstandard frame is the same bytes on any
   // machine.
-  const Compression compression = output_compression(n);
+  const Compression compression = output_compression(names);
   const ThreadShare share = share_threads(thread_budget(options_.threads), compression);
-  std::streambuf* final_buf = o.compress(sink, compression, share.compress);
+  std::streambuf* final_buf = held.compress(sink, compression, share.compress);
 
-  if (n.out_format == ".b") {
-    copy_bytes(*source, *final_buf, n.in_path);
+  if (names.out_format == ".b") {
+    copy_bytes(*source, *final_buf, names.in_path);
     return {};
   }
-  o.solution = read_input(*source, n.in_path);
-  return write_form(o.stream.emplace(final_buf), *o.solution, n.out_format,
+  held.solution = read_input(*source, names.in_path);
+  return write_form(held.stream.emplace(final_buf), *held.solution, names.out_format,
                     std::max(share.format, 1u));
 }
 
 void Conversion::close() {
-  if (!owned_) return;
-  const std::unique_ptr<Owned> o = std::move(owned_);
-  o->stream.reset();
-  o->solution.reset();
+  if (!held_) return;
+  const std::unique_ptr<Resources> held = std::move(held_);
+  held->stream.reset();
+  held->solution.reset();
   // Finishing the compressed stream can fail, and closing a checked file;
   // the file and the input are closed whether they do or not.
-  if (o->zstd_out) o->zstd_out->close();
-  if (o->gzip_out) o->gzip_out->close();
-  if (o->out_file) o->out_file->finish();
+  if (held->zstd_out) held->zstd_out->close();
+  if (held->gzip_out) held->gzip_out->close();
+  if (held->out_file) held->out_file->finish();
 }
 
 Outcome convert(const std::filesystem::path& in_name, const std::filesystem::path& out_name,

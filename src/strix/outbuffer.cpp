@@ -8,13 +8,13 @@ namespace strix {
 namespace {
 
 // Item `item` of block `block`; {blocks, 0} is the end of a run.
-struct Point {
+struct ItemPosition {
   std::size_t block = 0;
   std::uint64_t item = 0;
 };
 
 // Appends [from, to) of a run, block by block.
-void format_range(const Run& run, Point from, Point to, TextBuffer& piece) {
+void format_range(const BlockRun& run, ItemPosition from, ItemPosition to, TextBuffer& piece) {
   for (std::size_t b = from.block; b < to.block || (b == to.block && to.item > 0); ++b) {
     const std::uint64_t first = b == from.block ? from.item : 0;
     const std::uint64_t last = b == to.block ? to.item : run.items(b);
@@ -27,12 +27,12 @@ void format_range(const Run& run, Point from, Point to, TextBuffer& piece) {
 // where it ends at a block's end, it ends at the next block's start.
 class Cutter {
  public:
-  explicit Cutter(const Run& run)
+  explicit Cutter(const BlockRun& run)
       : run_(run),
         per_(std::max<std::size_t>(2, kOutputPiece / std::max<std::size_t>(run.item_bytes, 1))) {}
 
   // The next range [from, to), never empty; false after the last.
-  bool next(Point& from, Point& to) {
+  bool next(ItemPosition& from, ItemPosition& to) {
     if (at_.block >= run_.blocks) return false;
     from = at_;
     std::uint64_t budget = per_;
@@ -49,9 +49,9 @@ class Cutter {
   }
 
  private:
-  const Run& run_;
+  const BlockRun& run_;
   std::uint64_t per_;  // at least 2: an opening and an item, so every range moves on
-  Point at_;
+  ItemPosition at_;
 };
 
 }  // namespace
@@ -63,8 +63,8 @@ class Cutter {
 // after the pipeline has seen run() end; the run is shared and only read.
 class OutBuffer::Piece final : public Pipeline::Job {
  public:
-  Piece(OutBuffer& owner, std::unique_ptr<TextBuffer> text, std::shared_ptr<const Run> run = {},
-        Point from = {}, Point to = {})
+  Piece(OutBuffer& owner, std::unique_ptr<TextBuffer> text,
+        std::shared_ptr<const BlockRun> run = {}, ItemPosition from = {}, ItemPosition to = {})
       : owner_(owner), text_(std::move(text)), run_(std::move(run)), from_(from), to_(to) {}
 
   void run() override { format_range(*run_, from_, to_, *text_); }
@@ -81,8 +81,8 @@ class OutBuffer::Piece final : public Pipeline::Job {
  private:
   OutBuffer& owner_;
   std::unique_ptr<TextBuffer> text_;
-  std::shared_ptr<const Run> run_;
-  Point from_, to_;
+  std::shared_ptr<const BlockRun> run_;
+  ItemPosition from_, to_;
 };
 
 OutBuffer::OutBuffer(std::streambuf* sink, unsigned threads)
@@ -118,10 +118,10 @@ void OutBuffer::flush() {
   pipeline_.finish();
 }
 
-void OutBuffer::format_run(Run run) {
-  const auto shared = std::make_shared<const Run>(std::move(run));
+void OutBuffer::format_run(BlockRun run) {
+  const auto shared = std::make_shared<const BlockRun>(std::move(run));
   Cutter cutter(*shared);
-  Point from, to, second_from, second_to;
+  ItemPosition from, to, second_from, second_to;
   if (!cutter.next(from, to)) return;
   if (!cutter.next(second_from, second_to)) {
     format_range(*shared, from, to, *this);

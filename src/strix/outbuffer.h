@@ -50,7 +50,7 @@ class TextBuffer {
 // it closes there. Both are called on any thread, possibly after
 // format_run() has returned (until flush()): what they use must be their own
 // or outlive the writer's last flush().
-struct Run {
+struct BlockRun {
   std::size_t blocks = 1;
   std::function<std::uint64_t(std::size_t block)> items;
   std::size_t item_bytes = 1;
@@ -86,7 +86,7 @@ class OutBuffer : public TextBuffer {
   // Hands over everything pending, in order.
   void flush();
 
-  void format_run(Run run);
+  void format_run(BlockRun run);
 
  private:
   class Piece;
