@@ -259,7 +259,7 @@ struct Conversion::Resources {
   }
   // The input's bytes as the solution file has them.
   Reader* decompress(const Names& names) {
-    if (names.in_compression != ".zst") return input.reader.get();
+    if (!is_zstd_input(names.in_path)) return input.reader.get();
     return &decompressor.emplace(input.reader.get());
   }
   // The buffer the output form is written to: the sink itself, or a

@@ -457,7 +457,7 @@ std::unique_ptr<Solution> read_solution_file(const std::filesystem::path& path,
                                              const ReadOptions& options) {
   try {
     FileReader file(path);
-    if (path.extension() != ".zst") return read_solution(file, options);
+    if (!is_zstd_input(path)) return read_solution(file, options);
     zstd::Reader decompressor(&file);
     return read_solution(decompressor, options);
   } catch (Error& e) {

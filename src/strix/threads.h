@@ -14,10 +14,9 @@
 
 namespace strix {
 
-// The processors this process may run on (its affinity mask, which taskset,
-// cgroup cpusets and batch schedulers set), capped by the CPU quota of its
-// cgroups (containers; cgroup.h) and by STRIX_THREADS=N when that is a
-// positive integer; any other value is ignored. At least 1.
+// The processors this process may run on, capped by its CPU quota (both as
+// the system tells them: platform/process.h) and by STRIX_THREADS=N when
+// that is a positive integer; any other value is ignored. At least 1.
 unsigned machine_threads();
 
 // The threads a caller may use: `requested`, or where that is 0, all that
