@@ -828,14 +828,15 @@ void add_functions(py::module_& m) {
       py::arg("sources"), py::kw_only(), py::arg("solutions") = py::none(),
       py::arg("vectors") = py::none(), py::arg("names") = true, py::arg("threads") = 0,
       py::arg("raise_first") = true,
-      "Reads many paths on `threads` C++ threads (0: the processors the process may use, capped "
-      "by STRIX_THREADS): a list of solutions, with the exception of each file that failed in "
-      "its place, or with raise_first the first failure raised.");
+      "Reads many paths on at most `threads` C++ threads, the calling one among them (0: as many "
+      "as the machine gives the process, capped by STRIX_THREADS): a list of solutions, with "
+      "the exception of each file that failed in its place, or with raise_first the first "
+      "failure raised.");
   m.def("convert", &convert, py::arg("infile"), py::arg("outfile"), py::kw_only(),
         py::arg("threads") = 0,
         "Converts infile to outfile as the strix command does, by their suffixes, on at most "
-        "`threads` threads besides the calling one (0: as many as the machine gives the process, "
-        "capped by STRIX_THREADS); the output is the same bytes for every count.");
+        "`threads` threads, the calling one among them (0: as many as the machine gives the "
+        "process, capped by STRIX_THREADS); the output is the same bytes for every count.");
   m.def(
       "status_key_name",
       [](std::uint8_t key) { return py::reinterpret_borrow<py::str>(key_names[key]); },

@@ -7,6 +7,8 @@
 #include <memory>     // std::unique_ptr
 #include <streambuf>  // std::streambuf
 
+#include "strix/pool.h"
+
 namespace strix {
 
 // The one shape of both compressing buffers: text put into it gathers in a
@@ -71,13 +73,15 @@ namespace gzip {
 enum class Overflow { keep, drop };
 
 // One gzip member. Levels are the deflate engine's, 0 to 3; others throw
-// GZipError. `workers` threads deflate it, and the calling thread too while
-// it waits for them (0: the calling thread alone); the member's bytes do not
-// depend on the count.
+// GZipError. Its chunks are deflated on a pool (pool.h), the calling thread
+// among its threads while it waits for them: on the pool given, which a
+// writer into this buffer may share, or on one of `threads`. The member's
+// bytes do not depend on the count.
 class streambuf : public CompressingBuffer {
  public:
-  streambuf(std::streambuf* target, int level, unsigned workers = 2,
+  streambuf(std::streambuf* target, int level, unsigned threads = 0,
             Overflow overflow = Overflow::keep);
+  streambuf(std::streambuf* target, int level, Pool& pool, Overflow overflow = Overflow::keep);
 };
 
 }  // namespace gzip

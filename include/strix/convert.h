@@ -40,10 +40,8 @@ struct ConvertOptions {
   // input reads as empty. Left false, each of these throws IOError naming
   // the file.
   bool unchecked_files = false;
-  // How many threads formatting and compression may keep busy besides the
-  // one that hands the output on (0: as many as the machine gives the
-  // process, capped by STRIX_THREADS). The output's bytes are the same for
-  // every count.
+  // The conversion's threads (pool.h: what the count means); the output's
+  // bytes are the same for every count.
   unsigned threads = 0;
   // Told when the output file is opened (not owned; may be null).
   OutputWatch* watch = nullptr;

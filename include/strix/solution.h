@@ -261,9 +261,8 @@ std::unique_ptr<Solution> read_solution_file(const std::filesystem::path& path,
 std::unique_ptr<Solution> read_solution_named(const std::filesystem::path& name,
                                               const ReadOptions& options = {});
 
-// Reads many files on `threads` threads (0: as many as the process may
-// use), each as read_solution_named does, and every failure names its
-// file. Entry i is file i's solution or,
+// Reads many files on a pool of `threads` (pool.h), each as
+// read_solution_named does, and every failure names its file. Entry i is file i's solution or,
 // where it failed, its exception and no solution. With `stop_at_failure`,
 // files after the first one (in the given order) that failed are not read.
 struct FileRead {

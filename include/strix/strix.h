@@ -213,8 +213,9 @@ STRIX_API int strix_vector_named(const char* name);
 
 /* ---------------------------------------------------------- many files */
 
-/* Reads `count` paths (each as strix_read_file does) on `threads` threads
- * (0: as many as the process may use, capped by STRIX_THREADS). A file
+/* Reads `count` paths (each as strix_read_file does) on at most `threads`
+ * threads, the caller's among them (0: as many as the machine gives the
+ * process, capped by STRIX_THREADS). A file
  * that fails does not fail the call: its entry has an error. With
  * `stop_at_failure`, files after the first failing one (in the given
  * order) are not read and have neither. For a summary, keep no vectors
@@ -232,8 +233,8 @@ STRIX_API void strix_files_free(strix_files* files);
 /* ---------------------------------------------------------- conversion */
 
 /* What `strix INFILE OUTFILE` does, to the same bytes, on at most `threads`
- * threads besides the caller's (0: as many as the machine gives the
- * process). Where the command ends with status 2 or 7 this fails with
+ * threads, the caller's among them (0: as many as the machine gives the
+ * process, capped by STRIX_THREADS). Where the command ends with status 2 or 7 this fails with
  * STRIX_UNSUPPORTED_INPUT or STRIX_UNKNOWN_FORMAT and the command's line;
  * where it would lose an output silently, with STRIX_IO_ERROR. */
 STRIX_API strix_status strix_convert(const char* infile, const char* outfile, unsigned threads,

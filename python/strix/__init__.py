@@ -143,8 +143,9 @@ def summary(sources, *, threads=0, errors="raise"):
     numcone, numbarvar, numacc, then a column per information item, sorted
     (the union over the files; missing where a file lacks it). sources is an
     iterable of paths, or one glob pattern (expanded in sorted order). Files
-    are read on `threads` C++ threads (0: as many as the process may use,
-    capped by STRIX_THREADS), keeping no vectors and no names.
+    are read on at most `threads` C++ threads, the calling one among them
+    (0: as many as the machine gives the process, capped by STRIX_THREADS),
+    keeping no vectors and no names.
     errors="raise" raises the first failing file's exception;
     errors="report" gives a failing file one row whose "error" column holds
     the exception's type and message, and every other row None there."""

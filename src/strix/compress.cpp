@@ -5,6 +5,7 @@
 #include <cstdint>    // std::uint8_t, std::uint32_t, std::uint64_t
 #include <cstring>    // std::memcpy
 #include <iterator>   // std::begin, std::end
+#include <mutex>      // std::mutex
 #include <new>        // std::bad_alloc
 #include <vector>     // std::vector
 
@@ -17,8 +18,8 @@
 
 #include "strix/bulk.h"
 #include "strix/errors.h"
+#include "strix/jobs.h"
 #include "strix/limits.h"
-#include "strix/threads.h"
 
 namespace strix {
 
@@ -201,7 +202,7 @@ outstreambuf::outstreambuf(std::streambuf* target, int level, unsigned workers)
 
 // ----------------------------------------------------------- gzip output
 //
-// The member is deflated in chunks, in a pipeline of jobs (threads.h): each
+// The member is deflated in chunks, in a queue of jobs on a pool (jobs.h): each
 // chunk is a run of raw deflate blocks, primed with the 32 KiB of text
 // before it, that ends on a byte boundary (a sync flush), and the last ends
 // with the final block. The chunks are handed on in order between the header
@@ -244,7 +245,8 @@ struct Chunk {
   std::vector<std::uint8_t> out;
 };
 
-// The engine's state and work area; each thread that deflates keeps one.
+// The engine's state and work area, kept for the next chunk: a deflation
+// keeps one for each thread that deflates at once.
 struct DeflateState {
   explicit DeflateState(int level_) : level(level_), level_buf(level_buffer_size(level_)) {}
 
@@ -284,16 +286,9 @@ struct DeflateState {
   isal_zstream stream{};
 };
 
-// Deflates on the thread it is called from, with that thread's state.
-void deflate_here(Chunk& c, int level) {
-  thread_local std::unique_ptr<DeflateState> state;
-  if (!state || state->level != level) state = std::make_unique<DeflateState>(level);
-  state->deflate(c);
-}
-
 struct Deflation final : CompressingBuffer::Engine {
-  Deflation(std::streambuf* target_buf, int level_, unsigned workers)
-      : target(target_buf), level(level_), pipeline(workers) {
+  Deflation(std::streambuf* target_buf, int level_, Pool& pool, std::unique_ptr<Pool> own_pool_)
+      : target(target_buf), level(level_), own_pool(std::move(own_pool_)), chunks_queue(pool) {
     level_buffer_size(level);  // an unknown level fails here, not at the first chunk
     pending.reserve(kGzipChunk);
   }
@@ -307,7 +302,7 @@ struct Deflation final : CompressingBuffer::Engine {
   void finish(const char* data, std::size_t n) override {
     pending.insert(pending.end(), data, data + n);
     submit(true);
-    pipeline.finish();
+    chunks_queue.finish();
     std::uint8_t trailer[8];
     for (int i = 0; i < 4; ++i) {
       trailer[i] = static_cast<std::uint8_t>(crc >> (8 * i));
@@ -318,10 +313,15 @@ struct Deflation final : CompressingBuffer::Engine {
 
   // A chunk deflated by whichever thread runs it and handed on by the
   // writer's.
-  struct Job final : Pipeline::Job {
+  struct Job final : JobQueue::Job {
     Job(Deflation& owner_, std::unique_ptr<Chunk> chunk_)
         : owner(owner_), chunk(std::move(chunk_)) {}
-    void run() override { deflate_here(*chunk, owner.level); }
+    void run() override {
+      std::unique_ptr<DeflateState> state = owner.take_state();
+      state->deflate(*chunk);
+      const std::lock_guard lock(owner.states_mutex);
+      owner.states.push_back(std::move(state));
+    }
     void hand_on() override {
       owner.hand_on(*chunk);
       owner.spare.push_back(std::move(chunk));
@@ -347,8 +347,21 @@ struct Deflation final : CompressingBuffer::Engine {
     c->in.swap(pending);
     pending.clear();
     pending.reserve(kGzipChunk);
-    pipeline.submit(std::make_unique<Job>(*this, std::move(c)));
-    if (chunks++ == 0) pipeline.finish();
+    chunks_queue.submit(std::make_unique<Job>(*this, std::move(c)));
+    if (chunks++ == 0) chunks_queue.finish();
+  }
+
+  // A state no thread is using, or a new one.
+  std::unique_ptr<DeflateState> take_state() {
+    {
+      const std::lock_guard lock(states_mutex);
+      if (!states.empty()) {
+        std::unique_ptr<DeflateState> state = std::move(states.back());
+        states.pop_back();
+        return state;
+      }
+    }
+    return std::make_unique<DeflateState>(level);
   }
 
   void hand_on(Chunk& c) {
@@ -362,8 +375,8 @@ struct Deflation final : CompressingBuffer::Engine {
     size += c.in.size();
   }
 
-  // All of them the writer's thread's: the pipeline's threads touch only
-  // the chunk of the job they run, and the level.
+  // All but the states the writer's thread's: the pool's threads touch
+  // only the chunk of the job they run, the level and the states.
   std::streambuf* target;
   const int level;
   std::vector<std::uint8_t> pending;
@@ -375,13 +388,29 @@ struct Deflation final : CompressingBuffer::Engine {
   std::uint32_t crc = 0;
   std::uint64_t size = 0;  // of the text handed on
   bool header_written = false;
-  Pipeline pipeline;  // last: its jobs end before the rest is destroyed
+  std::mutex states_mutex;
+  std::vector<std::unique_ptr<DeflateState>> states;  // guarded: states not in use
+  std::unique_ptr<Pool> own_pool;                     // the pool, when the caller gave none
+  JobQueue chunks_queue;  // last: its jobs end before the rest is destroyed
 };
 
 }  // namespace
 
-streambuf::streambuf(std::streambuf* target, int level, unsigned workers, Overflow overflow)
-    : CompressingBuffer(std::make_unique<Deflation>(target, level, workers),
+namespace {
+
+std::unique_ptr<Deflation> deflation(std::streambuf* target, int level, unsigned threads) {
+  auto pool = std::make_unique<Pool>(threads);
+  Pool& shared = *pool;
+  return std::make_unique<Deflation>(target, level, shared, std::move(pool));
+}
+
+}  // namespace
+
+streambuf::streambuf(std::streambuf* target, int level, unsigned threads, Overflow overflow)
+    : CompressingBuffer(deflation(target, level, threads), overflow == Overflow::drop) {}
+
+streambuf::streambuf(std::streambuf* target, int level, Pool& pool, Overflow overflow)
+    : CompressingBuffer(std::make_unique<Deflation>(target, level, pool, nullptr),
                         overflow == Overflow::drop) {}
 
 }  // namespace gzip

@@ -18,9 +18,9 @@
 #include "strix/names.h"
 #include "strix/platform/files.h"
 #include "strix/platform/outputs.h"
+#include "strix/share.h"
 #include "strix/solution.h"
 #include "strix/streams.h"
-#include "strix/threads.h"
 #include "strix/writers.h"
 
 namespace strix {
@@ -207,13 +207,13 @@ std::unique_ptr<Solution> read_input(Reader& source, const fs::path& in_path) {
 // Runs the one writer the output form asks for; an unknown form is the
 // command's status 7.
 Outcome write_form(std::ostream& out, const Solution& solution, const fs::path& format,
-                   unsigned threads) {
+                   Pool& pool) {
   if (format == ".json" || format == ".jtask") {
-    write_json(out, solution, threads);  // ".jtask" is the same document
+    write_json(out, solution, pool);  // ".jtask" is the same document
   } else if (format == ".task") {
     write_task(out, solution);
   } else if (format == ".txt") {
-    write_text_report(out, solution, threads);
+    write_text_report(out, solution, pool);
   } else {
     return {7, "ERROR: Unknown output format '" + quoted(format) + "'"};
   }
@@ -230,6 +230,9 @@ constexpr int kCompressionLevel = 3;
 // decompressing reader, output file, input. The compressed stream is thereby
 // finished before its file is closed.
 struct Conversion::Resources {
+  explicit Resources(unsigned threads) : pool(threads) {}
+
+  Pool pool;  // first: it outlives the compressing buffers and writers that use it
   Input input;
   std::optional<OutputFile> out_file;
   std::optional<zstd::Reader> decompressor;
@@ -263,15 +266,15 @@ struct Conversion::Resources {
     return &decompressor.emplace(input.reader.get());
   }
   // The buffer the output form is written to: the sink itself, or a
-  // compressing buffer over it run by `workers` threads.
-  std::streambuf* compress(std::streambuf* sink, Compression compression, unsigned workers) {
+  // compressing buffer over it (share.h: how it shares the threads).
+  std::streambuf* compress(std::streambuf* sink, Compression compression) {
     switch (compression) {
       case Compression::zstd:
-        return &zstd_out.emplace(sink, kCompressionLevel, workers);
+        return &zstd_out.emplace(sink, kCompressionLevel, zstd_workers(pool.threads()));
       case Compression::gzip:
         // The command's gzip output drops the byte at every 65536-byte
         // boundary of the text: readers of these files expect it.
-        return &gzip_out.emplace(sink, kCompressionLevel, workers, gzip::Overflow::drop);
+        return &gzip_out.emplace(sink, kCompressionLevel, pool, gzip::Overflow::drop);
       case Compression::none:
         break;
     }
@@ -297,7 +300,7 @@ Outcome Conversion::run() {
     return {2, UnsupportedInput(quoted(names.in_compression)).what()};
 
   close();
-  held_ = std::make_unique<Resources>();
+  held_ = std::make_unique<Resources>(options_.threads);
   Resources& held = *held_;
   // The input is opened before the output is created, so a missing input
   // leaves no output file behind.
@@ -307,20 +310,14 @@ Outcome Conversion::run() {
 
   // ".b.zst" to ".b.zst" too is decompressed and then compressed again.
   Reader* source = held.decompress(names);
-  // Formatting and compression share the threads. A compressed output gets
-  // at least one worker, so a Zstandard frame is the same bytes on any
-  // machine.
-  const Compression compression = output_compression(names);
-  const ThreadShare share = share_threads(thread_budget(options_.threads), compression);
-  std::streambuf* final_buf = held.compress(sink, compression, share.compress);
+  std::streambuf* final_buf = held.compress(sink, output_compression(names));
 
   if (names.out_format == ".b") {
     copy_bytes(*source, *final_buf, names.in_path);
     return {};
   }
   held.solution = read_input(*source, names.in_path);
-  return write_form(held.stream.emplace(final_buf), *held.solution, names.out_format,
-                    std::max(share.format, 1u));
+  return write_form(held.stream.emplace(final_buf), *held.solution, names.out_format, held.pool);
 }
 
 void Conversion::close() {

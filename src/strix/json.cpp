@@ -16,7 +16,6 @@
 #include "strix/outbuffer.h"
 #include "strix/solution.h"
 #include "strix/status.h"   // status_key_name
-#include "strix/threads.h"  // thread_budget
 #include "strix/writers.h"  // write_json
 
 namespace strix {
@@ -179,7 +178,12 @@ void put_info_group(OutBuffer& ob, std::string_view key, const InfoGroup<T>& gro
 }  // namespace
 
 void write_json(std::ostream& out, const Solution& solution, unsigned threads) {
-  OutBuffer ob(out.rdbuf(), thread_budget(threads));
+  Pool pool(threads);
+  write_json(out, solution, pool);
+}
+
+void write_json(std::ostream& out, const Solution& solution, Pool& pool) {
+  OutBuffer ob(out.rdbuf(), pool);
   ob.put('{');
   put_string(ob, "$schema");
   ob.append(" : ");

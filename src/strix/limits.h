@@ -63,11 +63,15 @@ inline constexpr std::size_t kOutputPiece = std::size_t{1} << 18;
 inline constexpr std::size_t kOutputFileBuffer = 8192;
 inline constexpr std::size_t kOutputFileDirect = 1024;
 
-// A pipeline of jobs (threads.h) keeps at most this many in flight per
-// thread that runs them, the submitting thread counted: enough that a thread
-// finds its next job queued while the submitter hands one on, few enough to
-// hold little memory (a gzip chunk is 1 MiB of text and its output).
+// A queue of jobs (jobs.h) lets this many per thread of its pool, the
+// submitting thread counted, and kJobsAhead more wait or run at once, and
+// kJobsAhead more again be in flight, done ones counted: enough that a
+// thread finds its next job queued while the submitter hands one on, and
+// that the submitter, waiting for a slow oldest job with the rest done,
+// may queue more work for an idle core; few enough to hold little memory (a
+// gzip chunk is 1 MiB of text and its output).
 inline constexpr std::size_t kJobsPerThread = 2;
+inline constexpr std::size_t kJobsAhead = 4;
 
 // The JSON writer formats this many values into one reservation of room.
 inline constexpr std::size_t kJsonValueBatch = 1024;

@@ -60,8 +60,8 @@ class Cutter {
 // writer formatted (no run): handed to the stream buffer in its turn, and
 // the piece then kept for formatting into again. The piece is written by
 // run(), on whichever thread runs it, and read by hand_on() on the writer's
-// after the pipeline has seen run() end; the run is shared and only read.
-class OutBuffer::Piece final : public Pipeline::Job {
+// after the queue has seen run() end; the run is shared and only read.
+class OutBuffer::Piece final : public JobQueue::Job {
  public:
   Piece(OutBuffer& owner, std::unique_ptr<TextBuffer> text,
         std::shared_ptr<const BlockRun> run = {}, ItemPosition from = {}, ItemPosition to = {})
@@ -85,8 +85,7 @@ class OutBuffer::Piece final : public Pipeline::Job {
   ItemPosition from_, to_;
 };
 
-OutBuffer::OutBuffer(std::streambuf* sink, unsigned threads)
-    : sink_(sink), pipeline_(threads > 1 ? threads - 1 : 0) {}
+OutBuffer::OutBuffer(std::streambuf* sink, Pool& pool) : sink_(sink), pieces_(pool) {}
 
 OutBuffer::~OutBuffer() {
   // Writers flush at their end, where a failure can still reach their
@@ -105,17 +104,17 @@ std::unique_ptr<TextBuffer> OutBuffer::spare_piece() {
   return piece;
 }
 
-// The text formatted here joins the pipeline behind the pieces in flight.
+// The text formatted here joins the queue behind the pieces in flight.
 void OutBuffer::pass_on() {
   if (size() == 0) return;
   std::unique_ptr<TextBuffer> text = spare_piece();
   text->swap(*this);
-  pipeline_.submit(std::make_unique<Piece>(*this, std::move(text)), true);
+  pieces_.submit(std::make_unique<Piece>(*this, std::move(text)), true);
 }
 
 void OutBuffer::flush() {
   pass_on();
-  pipeline_.finish();
+  pieces_.finish();
 }
 
 void OutBuffer::format_run(BlockRun run) {
@@ -129,10 +128,10 @@ void OutBuffer::format_run(BlockRun run) {
     return;
   }
   pass_on();
-  pipeline_.submit(std::make_unique<Piece>(*this, spare_piece(), shared, from, to));
+  pieces_.submit(std::make_unique<Piece>(*this, spare_piece(), shared, from, to));
   from = second_from, to = second_to;
   do {
-    pipeline_.submit(std::make_unique<Piece>(*this, spare_piece(), shared, from, to));
+    pieces_.submit(std::make_unique<Piece>(*this, spare_piece(), shared, from, to));
   } while (cutter.next(from, to));
 }
 

@@ -1,6 +1,6 @@
 // The writers' output: text is formatted into memory and handed to a stream
 // buffer in large pieces; long runs of output are cut into ranges, formatted
-// by a pipeline of threads into a piece each, and handed on in order.
+// on the conversion's pool into a piece each, and handed on in order.
 #pragma once
 
 #include <cstddef>      // std::size_t
@@ -13,8 +13,8 @@
 
 #include <fmt/format.h>  // fmt::memory_buffer
 
+#include "strix/jobs.h"
 #include "strix/limits.h"
-#include "strix/threads.h"
 
 namespace strix {
 
@@ -65,12 +65,12 @@ struct BlockRun {
 // failing sink means: errors.h, IOError); after it nothing more is offered.
 //
 // format_run() formats a run of one range here; a longer run goes to one
-// pipeline (threads.h) for the whole document, a piece per range, formatted
-// on `threads` threads, this one among them. The pipeline hands the pieces
-// to the stream buffer in order, from this thread only.
+// queue of the pool's (jobs.h) for the whole document, a piece per range,
+// formatted on the pool's threads and this one. The pieces go to the stream
+// buffer in order, from this thread only.
 class OutBuffer : public TextBuffer {
  public:
-  OutBuffer(std::streambuf* sink, unsigned threads);
+  OutBuffer(std::streambuf* sink, Pool& pool);
   // Hands over what is pending, swallowing failures: a writer calls flush()
   // itself at its end so that they reach its caller.
   ~OutBuffer();
@@ -96,7 +96,7 @@ class OutBuffer : public TextBuffer {
   // Both the writer's thread's alone: pieces are handed on there.
   std::streambuf* sink_;
   std::vector<std::unique_ptr<TextBuffer>> spare_;  // handed-on pieces, to format into again
-  Pipeline pipeline_;  // declared last: its jobs end before the rest is destroyed
+  JobQueue pieces_;  // declared last: its jobs end before the rest is destroyed
 };
 
 }  // namespace strix

@@ -18,7 +18,6 @@
 #include "strix/outbuffer.h"
 #include "strix/solution.h"
 #include "strix/status.h"
-#include "strix/threads.h"  // thread_budget
 #include "strix/writers.h"
 
 namespace strix {
@@ -263,7 +262,12 @@ std::string_view default_name(std::string_view prefix, std::int64_t index,
 }
 
 void write_text_report(std::ostream& out, const Solution& solution, unsigned threads) {
-  OutBuffer ob(out.rdbuf(), thread_budget(threads));
+  Pool pool(threads);
+  write_text_report(out, solution, pool);
+}
+
+void write_text_report(std::ostream& out, const Solution& solution, Pool& pool) {
+  OutBuffer ob(out.rdbuf(), pool);
   DisplayName names;
   ob.append("Solutions\n");
   for (const SolutionItem& item : solution.solutions) {

@@ -1,19 +1,18 @@
 #include "strix/solution.h"
 
-#include <atomic>        // the files' shared counters
-#include <cstring>       // std::memcpy
-#include <numeric>       // std::accumulate
-#include <system_error>  // std::system_error
-#include <thread>        // std::jthread
-#include <type_traits>   // std::is_same_v
+#include <algorithm>    // std::clamp
+#include <cstring>      // std::memcpy
+#include <numeric>      // std::accumulate
+#include <type_traits>  // std::is_same_v
 
 #include "strix/errors.h"
 #include "strix/failure.h"  // kSourceFile
+#include "strix/jobs.h"     // Pool, JobQueue
 #include "strix/names.h"
 #include "strix/platform/files.h"
 #include "strix/record.h"
+#include "strix/share.h"  // thread_budget
 #include "strix/streams.h"
-#include "strix/threads.h"  // thread_budget
 
 namespace strix {
 
@@ -480,36 +479,47 @@ std::vector<FileRead> read_solution_files(const std::vector<std::filesystem::pat
                                           const ReadOptions& options, unsigned threads,
                                           bool stop_at_failure) {
   std::vector<FileRead> reads(paths.size());
-  // Each thread takes the next file not yet taken; with stop_at_failure a
-  // file after the first failed one is left unread.
-  std::atomic<std::size_t> next{0};
-  std::atomic<std::size_t> first_failure{paths.size()};
-  auto work = [&] {
-    for (std::size_t i; (i = next.fetch_add(1)) < paths.size();) {
-      if (stop_at_failure && i > first_failure.load()) break;
+  // A file is read by one of the pool's jobs and its outcome kept in its
+  // turn; with stop_at_failure, the jobs after the first failure are
+  // dropped, and no file is taken up after it.
+  struct Read final : JobQueue::Job {
+    Read(const std::filesystem::path& path_, const ReadOptions& options_, FileRead& into_)
+        : path(path_), options(options_), into(into_) {}
+    void run() override {
       try {
-        try {
-          reads[i].solution = read_solution_named(paths[i], options);
-        } catch (Error& e) {
-          e.set_path(path_text(paths[i]));
-          throw;
-        }
+        result.solution = read_solution_named(path, options);
+      } catch (Error& e) {
+        e.set_path(path_text(path));
+        result.failure = std::current_exception();
       } catch (...) {
-        reads[i].failure = std::current_exception();
-        for (std::size_t f = first_failure.load(); i < f;) {
-          if (first_failure.compare_exchange_weak(f, i)) break;
-        }
+        result.failure = std::current_exception();
       }
     }
+    void hand_on() override {
+      into = std::move(result);
+      if (into.failure && stop) throw Stop{};
+    }
+    struct Stop {};
+    const std::filesystem::path& path;
+    const ReadOptions& options;
+    FileRead& into;
+    FileRead result;
+    bool stop = false;
   };
-  const std::size_t n = std::min<std::size_t>(thread_budget(threads), paths.size());
-  std::vector<std::jthread> pool;
+  // No more threads than files.
+  Pool pool(
+      static_cast<unsigned>(std::clamp<std::size_t>(paths.size(), 1, thread_budget(threads))));
+  JobQueue queue(pool);
   try {
-    for (std::size_t t = 1; t < n; ++t) pool.emplace_back(work);
-  } catch (const std::system_error&) {
-    // No more threads to be had: those running and this one read the rest.
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+      auto read = std::make_unique<Read>(paths[i], options, reads[i]);
+      read->stop = stop_at_failure;
+      queue.submit(std::move(read));
+    }
+    queue.finish();
+  } catch (const Read::Stop&) {
+    // The first failure is in its place; nothing after it is read.
   }
-  work();
   return reads;
 }
 

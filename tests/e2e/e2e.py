@@ -836,8 +836,8 @@ class Package(Case):
         include = os.path.join(prefix_dir, "include", "strix")
         headers = sorted(os.listdir(include))
         self.assertEqual(headers, ["array.h", "compress.h", "convert.h", "errors.h", "layout.h",
-                                   "solution.h", "status.h", "streams.h", "strix.h", "version.h",
-                                   "writers.h"])
+                                   "pool.h", "solution.h", "status.h", "streams.h", "strix.h",
+                                   "version.h", "writers.h"])
         for h in headers:
             with open(os.path.join(include, h)) as f:
                 self.assertNotRegex(f.read(), r"#include <(zlib|zstd|isa-l|fmt)", h)

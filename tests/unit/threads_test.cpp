@@ -1,7 +1,8 @@
-// The thread budget and the pipeline the command line cannot pin down:
-// shares that stay within the count, STRIX_THREADS and cgroup quotas as
-// caps, jobs handed on in order with their exceptions.
-#include "strix/threads.h"
+// The thread budget and the pool the command line cannot pin down:
+// STRIX_THREADS and cgroup quotas as caps, the queues' jobs handed on in
+// order with their exceptions.
+#include "strix/jobs.h"
+#include "strix/share.h"
 
 #include <algorithm>   // std::max
 #include <cstdlib>     // setenv
@@ -19,8 +20,6 @@
 
 namespace {
 
-using strix::Compression;
-
 #ifdef _WIN32
 // The C runtime has one call for both; an empty value unsets.
 int setenv(const char* name, const char* value, int) {
@@ -30,23 +29,6 @@ int unsetenv(const char* name) {
   return _putenv_s(name, "");
 }
 #endif
-
-TEST(Threads, SharesStayWithinTheCount) {
-  for (unsigned n = 1; n <= 64; ++n) {
-    for (const Compression c : {Compression::none, Compression::zstd, Compression::gzip}) {
-      const strix::ThreadShare s = strix::share_threads(n, c);
-      EXPECT_LE(s.format - 1 + s.compress, std::max(n, 2u)) << n;  // besides the writer's
-      EXPECT_GE(s.format, 1u) << n;
-      EXPECT_EQ(s.compress == 0, c == Compression::none) << n;
-    }
-  }
-  // Plain text: every thread formats; compressed, most compress.
-  EXPECT_EQ(strix::share_threads(8, Compression::none).format, 8u);
-  EXPECT_EQ(strix::share_threads(2, Compression::zstd).compress, 2u);
-  EXPECT_EQ(strix::share_threads(16, Compression::zstd).format, 4u);
-  EXPECT_EQ(strix::share_threads(16, Compression::gzip).format, 6u);
-  EXPECT_EQ(strix::share_threads(2, Compression::gzip).format, 2u);  // the writer deflates too
-}
 
 TEST(Threads, EnvironmentCapsTheMachine) {
   unsetenv("STRIX_THREADS");
@@ -62,8 +44,13 @@ TEST(Threads, EnvironmentCapsTheMachine) {
                                                      {"", machine}}) {
     setenv("STRIX_THREADS", value.c_str(), 1);
     EXPECT_EQ(strix::machine_threads(), want) << value;
+    EXPECT_EQ(strix::Pool(0).threads(), want) << value;
   }
   unsetenv("STRIX_THREADS");
+  // A Zstandard frame has workers on one thread too: its bytes are those of
+  // every other count.
+  EXPECT_EQ(strix::zstd_workers(1), 2u);
+  EXPECT_EQ(strix::zstd_workers(5), 5u);
 }
 
 // A directory laid out as "/" with /proc/self/{cgroup,mountinfo} and the
@@ -111,23 +98,33 @@ TEST(Threads, CgroupQuota) {
   EXPECT_EQ(strix::cgroup_cpu_quota("/nonexistent"), 0u);
 }
 
-TEST(Threads, PipelineHandsOnInOrder) {
-  struct Job : strix::Pipeline::Job {
-    Job(std::vector<int>* out_, int i_) : out(out_), i(i_) {}
+// Two queues on one pool, as a writer's pieces and the deflate chunks they
+// become: a piece handed on submits a chunk to the second queue.
+TEST(Threads, QueuesHandOnInOrder) {
+  struct Job : strix::JobQueue::Job {
+    Job(std::vector<int>* out_, int i_, strix::JobQueue* next_) : out(out_), i(i_), next(next_) {}
     void run() override { ran = i == 37 ? throw std::runtime_error("37") : true; }
-    void hand_on() override { out->push_back(ran ? i : -1); }  // after it ran
+    void hand_on() override {  // after it ran
+      if (next) return next->submit(std::make_unique<Job>(out, i, nullptr));
+      out->push_back(ran ? i : -1);
+    }
     std::vector<int>* out;
     int i;
+    strix::JobQueue* next;
     bool ran = false;
   };
-  for (const unsigned threads : {0u, 1u, 3u}) {
+  for (const unsigned threads : {1u, 2u, 5u}) {
     std::vector<int> out, want;
-    strix::Pipeline pipeline(threads);
-    for (int i = 0; i < 37; ++i) pipeline.submit(std::make_unique<Job>(&out, want.emplace_back(i)));
+    strix::Pool pool(threads);
+    strix::JobQueue chunks(pool), pieces(pool);
+    for (int i = 0; i < 37; ++i)
+      pieces.submit(std::make_unique<Job>(&out, want.emplace_back(i), &chunks));
     // The failure in its turn, then from every later call; nothing after it.
-    EXPECT_THROW(for (int i = 37; i < 50; ++i) pipeline.submit(std::make_unique<Job>(&out, i));
-                 pipeline.finish(), std::runtime_error);
-    EXPECT_THROW(pipeline.finish(), std::runtime_error);
+    EXPECT_THROW(
+        for (int i = 37; i < 50; ++i) pieces.submit(std::make_unique<Job>(&out, i, &chunks));
+        pieces.finish(), std::runtime_error);
+    EXPECT_THROW(pieces.finish(), std::runtime_error);
+    chunks.finish();
     EXPECT_EQ(out, want) << threads;
   }
 }
