@@ -766,7 +766,7 @@ def summary(numvar, numcon, runs, data):
 
 
 # In page order; bench/sweeps.py writes the last.
-SECTIONS = ("summary", "ratios", "scaling", "sweeps")
+SECTIONS = ("summary", "ratios", "scaling", "sweeps", "pipelines")
 
 
 def write_report(path, sections):
