@@ -9,6 +9,9 @@
 
 namespace strix {
 
+class OutputWatch;
+class CommandConversion;
+
 // How a conversion ended without an exception: status 0 when done, or the
 // command's status for a fault in the names, with the line the command
 // prints for it: 2 for ".gz" input, 7 for an unknown output form (found
@@ -16,21 +19,6 @@ namespace strix {
 struct Outcome {
   int status = 0;
   std::string message;
-};
-
-// Told when a conversion opens its output file, for a caller that removes
-// the file when the process is interrupted (the strix command does). Both
-// calls come from the thread that runs the conversion, one right after the
-// other, before any byte is written; standard output is never told.
-class OutputWatch {
- public:
-  // Just before the file is created or truncated.
-  virtual void opening() = 0;
-  // Just after; `opened` tells whether the open succeeded.
-  virtual void opened(bool opened) = 0;
-
- protected:
-  ~OutputWatch() = default;
 };
 
 // Choices of the caller.
@@ -43,8 +31,6 @@ struct ConvertOptions {
   // The conversion's threads (pool.h: what the count means); the output's
   // bytes are the same for every count.
   unsigned threads = 0;
-  // Told when the output file is opened (not owned; may be null).
-  OutputWatch* watch = nullptr;
 };
 
 // One conversion of INFILE to OUTFILE. The forms come from the names'
@@ -79,12 +65,14 @@ class Conversion {
   void close();
 
  private:
+  friend class CommandConversion;  // the command's, which watches the output's opening
   struct Resources;
 
   std::filesystem::path in_name_;
   std::filesystem::path out_name_;
   ConvertOptions options_;
   std::unique_ptr<Resources> held_;
+  OutputWatch* watch_ = nullptr;
 };
 
 // run() and close() in one call. When the conversion fails, the outputs are

@@ -21,6 +21,7 @@
 #include "strix/share.h"
 #include "strix/solution.h"
 #include "strix/streams.h"
+#include "strix/watch.h"
 #include "strix/writers.h"
 
 namespace strix {
@@ -306,7 +307,7 @@ Outcome Conversion::run() {
   // leaves no output file behind.
   held.input = open_input(names.in_path, options_.unchecked_files);
   refuse_same_file(held.input, names);
-  std::streambuf* sink = held.create_output(names, !options_.unchecked_files, options_.watch);
+  std::streambuf* sink = held.create_output(names, !options_.unchecked_files, watch_);
 
   // ".b.zst" to ".b.zst" too is decompressed and then compressed again.
   Reader* source = held.decompress(names);

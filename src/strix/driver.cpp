@@ -8,6 +8,7 @@
 #include "strix/failure.h"
 #include "strix/platform/outputs.h"
 #include "strix/platform/process.h"
+#include "strix/watch.h"
 
 namespace strix {
 namespace {
@@ -73,7 +74,8 @@ int run_command(const std::vector<std::filesystem::path>& arguments) {
     // (ConvertOptions): a library caller is told, a user of the command is not.
     platform::InterruptedOutputRemoval removal(arguments[1]);
     OutputOpening opening(removal);
-    Conversion conversion(arguments[0], arguments[1], {.unchecked_files = true, .watch = &opening});
+    Conversion conversion(arguments[0], arguments[1], {.unchecked_files = true});
+    CommandConversion::watch(conversion, opening);
     Outcome outcome;
     try {
       outcome = conversion.run();
