@@ -1,6 +1,6 @@
 #include "strix/jobs.h"
 
-#include <algorithm>  // std::erase_if
+#include <algorithm>  // std::all_of
 #include <exception>  // std::exception
 
 #include "strix/limits.h"

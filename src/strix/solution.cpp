@@ -483,8 +483,9 @@ std::vector<FileRead> read_solution_files(const std::vector<std::filesystem::pat
   // turn; with stop_at_failure, the jobs after the first failure are
   // dropped, and no file is taken up after it.
   struct Read final : JobQueue::Job {
-    Read(const std::filesystem::path& path_, const ReadOptions& options_, FileRead& into_)
-        : path(path_), options(options_), into(into_) {}
+    Read(const std::filesystem::path& path_, const ReadOptions& options_, FileRead& into_,
+         bool stop_)
+        : path(path_), options(options_), into(into_), stop(stop_) {}
     void run() override {
       try {
         result.solution = read_solution_named(path, options);
@@ -503,19 +504,16 @@ std::vector<FileRead> read_solution_files(const std::vector<std::filesystem::pat
     const std::filesystem::path& path;
     const ReadOptions& options;
     FileRead& into;
+    const bool stop;  // at a failure
     FileRead result;
-    bool stop = false;
   };
   // No more threads than files.
   Pool pool(
       static_cast<unsigned>(std::clamp<std::size_t>(paths.size(), 1, thread_budget(threads))));
   JobQueue queue(pool);
   try {
-    for (std::size_t i = 0; i < paths.size(); ++i) {
-      auto read = std::make_unique<Read>(paths[i], options, reads[i]);
-      read->stop = stop_at_failure;
-      queue.submit(std::move(read));
-    }
+    for (std::size_t i = 0; i < paths.size(); ++i)
+      queue.submit(std::make_unique<Read>(paths[i], options, reads[i], stop_at_failure));
     queue.finish();
   } catch (const Read::Stop&) {
     // The first failure is in its place; nothing after it is read.
